@@ -1,0 +1,26 @@
+#pragma once
+
+// The one door to the operating system. The build files choose the folder that win32.h comes from:
+// platform/posix/ (this project's own layer of the Win32 calls that the monitor makes) or
+// platform/windows/ (the system's headers). Nothing outside platform/ asks which of the two it got.
+
+#include <string>
+#include <string_view>
+
+#include "win32.h"
+
+using WideString = std::basic_string<WCHAR>;
+using WideStringView = std::basic_string_view<WCHAR>;
+
+// Ends every call that is blocked on the socket, and makes calls that begin later fail: both
+// directions are shut down, and pending operations are cancelled where the system can do that.
+// A connect that has not yet reached the system may miss it, so whoever wants to be sure repeats
+// the call. Doesn't close the socket; the last thread inside a call on it does that. Any thread.
+void WakeBlockedCalls(SOCKET socket);
+
+// True when a send of a few bytes on the socket would not block. Any thread.
+bool IsWritable(SOCKET socket);
+
+// Keeps the library that contains `address` loaded until the process ends. For a thread that can't
+// be waited for any longer but will still return into the library's code. Any thread.
+void PinModule(const void* address);
