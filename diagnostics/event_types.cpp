@@ -1,0 +1,3 @@
+#include "diagnostics/event_types.h"
+
+std::atomic<DWORD> gEventTypesToLog{0x3F};

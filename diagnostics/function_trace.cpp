@@ -1,0 +1,131 @@
+#include "diagnostics/function_trace.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+#include "diagnostics/diagnostic_log.h"
+
+namespace {
+
+constexpr std::size_t kTextSize = 2000;  // of a formatted text, and of a line built from it
+
+DWORD gTraceDepthSlot = TLS_OUT_OF_INDEXES;
+
+// The thread's number of open scopes. The slot calls set the last error even when they succeed.
+int TraceDepth()
+{
+    return static_cast<int>(reinterpret_cast<std::intptr_t>(TlsGetValue(gTraceDepthSlot)));
+}
+
+void SetTraceDepth(int depth)
+{
+    TlsSetValue(gTraceDepthSlot, reinterpret_cast<LPVOID>(static_cast<std::intptr_t>(depth)));
+}
+
+void ChangeTraceDepth(int difference, int& before)
+{
+    const DWORD lastError = GetLastError();
+    before = TraceDepth();
+    SetTraceDepth(before + difference);
+    SetLastError(lastError);
+}
+
+// Writes "%s{%s" and its like: four blanks per level, then the line.
+void WriteIndented(int depth, const char* format, FormatArguments arguments)
+{
+    char line[kTextSize];
+    const std::size_t blanks = std::min(static_cast<std::size_t>(std::max(depth, 0)) * 4, sizeof(line) - 1);
+    std::memset(line, ' ', blanks);
+    FormatText(line + blanks, sizeof(line) - blanks, format, arguments);
+    vexkitTypeDiagnosticPuts(line);
+}
+
+}  // namespace
+
+void CFunctionTrace::Enter(const char* format, FormatArguments arguments)
+{
+    if (!EventIsOn(krelpmEventTrace))
+        return;
+    if (gTraceDepthSlot != TLS_OUT_OF_INDEXES) {
+        ChangeTraceDepth(1, depth);
+        counted = true;
+    }
+    if (AnySinkOn())
+        WriteEntry(format, arguments);
+}
+
+// Out of line: its buffers would otherwise stand in every traced method's path.
+void CFunctionTrace::WriteEntry(const char* format, FormatArguments arguments) const
+{
+    if (format == nullptr) {
+        WriteIndented(depth, "{%s", {functionName});
+        return;
+    }
+    char text[kTextSize];
+    FormatText(text, sizeof(text), format, arguments);
+    WriteIndented(depth, "{%s: %s", {functionName, static_cast<const char*>(text)});
+}
+
+CFunctionTrace::~CFunctionTrace()
+{
+    if (counted) {
+        int before;
+        ChangeTraceDepth(-1, before);
+    }
+    if (AnySinkOn())
+        WriteExit();
+}
+
+void CFunctionTrace::WriteExit() const
+{
+    const char* failure = failureText.get();
+    if (EventIsOn(krelpmEventTrace)) {
+        if (failure != nullptr)
+            WriteIndented(depth, "}%s: ERROR: %s", {functionName, failure});
+        else
+            WriteIndented(depth, "}%s", {functionName});
+    } else if (EventIsOn(krelpmEventError) && failure != nullptr) {
+        WriteIndented(0, "%s: ERROR: %s", {functionName, failure});
+    }
+}
+
+void CFunctionTrace::StoreFailure(const char* format, FormatArguments arguments)
+{
+    if (!AnySinkOn())
+        return;
+    char text[kTextSize];
+    const std::size_t length = FormatText(text, sizeof(text), format, arguments);
+    failureText.reset(length > 0 ? new (std::nothrow) char[length + 1] : nullptr);
+    if (failureText != nullptr)
+        std::memcpy(failureText.get(), text, length + 1);
+}
+
+void CFunctionTrace::WriteMessage(DWORD eventType, const char* format, FormatArguments arguments)
+{
+    if (!EventIsLogged(eventType))
+        return;
+    char text[kTextSize];
+    FormatText(text, sizeof(text), format, arguments);
+    vexkitTypeDiagnosticPuts(text);
+}
+
+void CreateTraceDepthSlot()
+{
+    gTraceDepthSlot = TlsAlloc();
+    ResetTraceDepth();
+}
+
+void ResetTraceDepth()
+{
+    if (gTraceDepthSlot != TLS_OUT_OF_INDEXES)
+        SetTraceDepth(0);
+}
+
+void FreeTraceDepthSlot()
+{
+    if (gTraceDepthSlot != TLS_OUT_OF_INDEXES)
+        TlsFree(gTraceDepthSlot);
+    gTraceDepthSlot = TLS_OUT_OF_INDEXES;
+}
