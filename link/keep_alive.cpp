@@ -1,0 +1,144 @@
+// The worker of CCommandChannel: watches the server's silence and keeps the link alive.
+
+#include "diagnostics/function_trace.h"
+#include "diagnostics/thread_port_tag.h"
+#include "link/command_channel.h"
+#include "link/command_channel_message.h"
+#include "link/data_channel.h"
+#include "link/wire_codes.h"
+#include "monitor/ini_port.h"
+
+namespace {
+
+constexpr DWORD kTickMs = 1000;
+constexpr DWORD kWorkerEndMs = 10000;
+
+// True when more than `seconds` have passed since `stamp`. Differences of 32 bits survive the wrap of the
+// tick count. A setting with bit 15 set is negative here: its limit lies before any stamp.
+bool HasExpired(DWORD stamp, SHORT seconds)
+{
+    const DWORD now = GetTickCount();
+    return seconds < 0 || now - stamp > static_cast<DWORD>(seconds) * 1000;
+}
+
+}  // namespace
+
+bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel)
+{
+    CFunctionTrace trace("CCommandChannel::InitializeKeepAlives");
+    CLockScope state(stateLock);
+    dataChannel = std::move(channel);
+    exitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (!exitEvent) {
+        trace.Fail("Failed to create event to signal worker thread to exit.");
+        return false;
+    }
+    auto self = std::make_unique<std::shared_ptr<CCommandChannel>>(shared_from_this());
+    workerThread = CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(), 0, &workerThreadId);
+    if (!workerThread) {
+        trace.Fail("Failed to create worker thread.");
+        return false;
+    }
+    (void)self.release();  // the worker's own
+    return true;
+}
+
+DWORD WINAPI CCommandChannel::ThreadProc(LPVOID argument)
+{
+    const std::unique_ptr<std::shared_ptr<CCommandChannel>> self(
+        static_cast<std::shared_ptr<CCommandChannel>*>(argument));
+    (*self)->RunWorker();
+    return 0;
+}
+
+void CCommandChannel::RunWorker()
+{
+    const krelPortWorker inside(owner);
+    const krelPortSettings settings = owner ? owner->Settings() : krelPortSettings{};
+    CThreadPortTag tag(owner ? settings.server : nullptr, settings.portNumber);
+    CFunctionTrace trace("CCommandChannel::ThreadProc");
+    for (;;) {
+        const DWORD waited = WaitForSingleObject(exitEvent, kTickMs);
+        if (waited == WAIT_OBJECT_0)
+            break;
+        if (waited == WAIT_FAILED)
+            Sleep(kTickMs);
+        try {
+            Tick(trace);
+        } catch (...) {
+            // Out of memory: the next tick tries again, and the silence test needs none.
+        }
+    }
+    trace.Log(krelpmEventInfo, "Received signal to exit.");
+}
+
+void CCommandChannel::Tick(CFunctionTrace& trace)
+{
+    if (HasExpired(lastKeepAliveReceived, keepAliveTimeout)) {
+        trace.Log(krelpmEventInfo, "Failed to receive keep-alives => disconnecting.");
+        Disconnect();
+    } else if (IsAbandoned()) {
+        Disconnect();  // once more, for a call that was not yet blocked when it was to be woken
+    }
+    // In this order: the mark is set before the socket can be there.
+    if (!IsConnected() || opening)
+        return;
+    (void)ProcessAsyncMessages(nullptr);
+    if (FirstProtocolVersion() < GetProtocolVersion() && HasExpired(lastKeepAliveSent, keepAlivePeriod))
+        SendDueKeepAlive(trace);
+}
+
+// Never waits: a frame that another thread has under way, or a peer that takes no bytes, puts the
+// keep-alive off to the next tick, because this thread is the one that has to notice the peer's silence.
+void CCommandChannel::SendDueKeepAlive(CFunctionTrace& trace)
+{
+    CTryLockScope sending(sendLock);
+    if (!sending.IsHeld() || !CanSendAtOnce())
+        return;
+    if (SendKeepAlive()) {
+        trace.Log(krelpmEventInfo, "Sent keep-alive.");
+    } else {
+        trace.Log(krelpmEventInfo, "Failed to send keep-alives => disconnecting.");
+        Disconnect();
+    }
+}
+
+bool CCommandChannel::SendKeepAlive()
+{
+    CFunctionTrace trace("CCommandChannel::SendKeepAlive");
+    const CCommandChannelMessage message(COMMAND_TYPE_IOCTL, IOCTL_KREL_KEEP_ALIVE, 0);
+    if (!message.Send(*this)) {
+        trace.Fail("Failed to send keep-alive message.");
+        return false;
+    }
+    lastKeepAliveSent = GetTickCount();
+    return true;
+}
+
+void CCommandChannel::Disconnect()
+{
+    CFunctionTrace trace("CCommandChannel::~Disconnect");
+    if (dataChannel)
+        dataChannel->Close();
+    CSyncSocket::Disconnect();
+}
+
+void CCommandChannel::Shutdown()
+{
+    CFunctionTrace trace("CCommandChannel::~CCommandChannel");
+    Close();
+}
+
+void CCommandChannel::Close()
+{
+    CFunctionTrace trace("CCommandChannel::Close");
+    Abandon();
+    if (dataChannel)
+        dataChannel->Abandon();
+    Disconnect();
+    if (!workerThread)
+        return;
+    (void)SetEvent(exitEvent);
+    if (workerThreadId != GetCurrentThreadId())
+        (void)WaitForSingleObject(workerThread, kWorkerEndMs);
+}

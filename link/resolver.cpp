@@ -1,0 +1,23 @@
+#include "link/resolver.h"
+
+const CResolver& CResolver::Bound()
+{
+    static const CResolver bound = LookUp();
+    return bound;
+}
+
+CResolver CResolver::LookUp()
+{
+    const CResolver substitutes = {&LegacyGetAddrInfo, &LegacyGetNameInfo, &LegacyFreeAddrInfo};
+    const HMODULE library = LoadLibraryW(TEXT("ws2_32.dll"));
+    if (!library)
+        return substitutes;
+    const CResolver found = {
+        reinterpret_cast<GetAddrInfo>(GetProcAddress(library, "getaddrinfo")),
+        reinterpret_cast<GetNameInfo>(GetProcAddress(library, "getnameinfo")),
+        reinterpret_cast<FreeAddrInfo>(GetProcAddress(library, "freeaddrinfo")),
+    };
+    // The monitor is linked to the socket library, which therefore stays loaded.
+    (void)FreeLibrary(library);
+    return found.getAddrInfo && found.getNameInfo && found.freeAddrInfo ? found : substitutes;
+}

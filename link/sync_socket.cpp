@@ -1,0 +1,293 @@
+#include "link/sync_socket.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "diagnostics/diagnostic_log.h"
+#include "diagnostics/function_trace.h"
+#include "link/resolver.h"
+#include "link/wire_format.h"
+
+namespace {
+
+constexpr DWORD kMaxDumpedBytes = 100;
+constexpr DWORD kMaxSingleSend = 1u << 30;
+
+void DumpBytes(const void* buffer, DWORD count)
+{
+    if (!EventIsLogged(krelpmEventData))
+        return;
+    static constexpr char kDigits[] = "0123456789abcdef";
+    const BYTE* bytes = static_cast<const BYTE*>(buffer);
+    char line[kMaxDumpedBytes * 3 + 1];
+    char* end = line;
+    for (DWORD i = 0; i < std::min(count, kMaxDumpedBytes); ++i) {
+        *end++ = ':';
+        *end++ = kDigits[bytes[i] >> 4];
+        *end++ = kDigits[bytes[i] & 0xF];
+    }
+    *end = '\0';
+    vexkitTypeDiagnosticPuts(line);
+}
+
+// Host names are plain ASCII: each character keeps its low byte, and no conversion table is involved.
+std::string NarrowName(const WideString& name)
+{
+    std::string narrow;
+    for (const WCHAR unit : name)
+        narrow += static_cast<char>(unit & 0xFF);
+    return narrow;
+}
+
+}  // namespace
+
+COpenSocket::~COpenSocket()
+{
+    const DWORD lastError = GetLastError();
+    (void)closesocket(handle);
+    SetLastError(lastError);
+}
+
+CSyncSocket::CSyncSocket(LPCWSTR name, DWORD port) : serverName(name ? name : TEXT("")), serverPort(port)
+{
+    CFunctionTrace trace("CSyncSocket::CSyncSocket");
+    WSADATA data;
+    const int result = WSAStartup(0x0202, &data);
+    if (result != 0) {
+        trace.Fail("WSAStartup() failed, returning %i.", result);
+        throw "WSAStartup() failed.";
+    }
+    wsaStarted = true;
+}
+
+CSyncSocket::~CSyncSocket()
+{
+    CFunctionTrace trace("CSyncSocket::~CSyncSocket");
+    Disconnect();
+    if (wsaStarted)
+        (void)WSACleanup();
+}
+
+void CSyncSocket::Disconnect()
+{
+    CFunctionTrace trace("CSyncSocket::Disconnect");
+    std::shared_ptr<COpenSocket> dropped;
+    std::shared_ptr<COpenSocket> woken;
+    {
+        CLockScope handles(handleLock);
+        ++disconnections;
+        dropped = std::move(socketHandle);
+        socketHandle.reset();
+        if (dropped)
+            lastDisconnected = dropped;
+        woken = lastDisconnected.lock();
+    }
+    if (dropped)
+        trace.Log(krelpmEventInfo, "Disconnecting socket.");
+    if (woken) {
+        woken->disconnected = true;
+        WakeBlockedCalls(woken->handle);
+    }
+}
+
+void CSyncSocket::Abandon()
+{
+    CLockScope handles(handleLock);
+    abandoned = true;
+    if (socketHandle) {
+        socketHandle->disconnected = true;
+        WakeBlockedCalls(socketHandle->handle);
+    }
+}
+
+bool CSyncSocket::IsConnected() const
+{
+    CLockScope handles(handleLock);
+    return socketHandle != nullptr;
+}
+
+bool CSyncSocket::Connect()
+{
+    CFunctionTrace trace("CSyncSocket::Connect");
+    Disconnect();
+    const unsigned begun = Disconnections();
+
+    char port[12];
+    (void)std::snprintf(port, sizeof port, "%i", static_cast<int>(serverPort));
+    const std::string name = NarrowName(serverName);
+    ADDRINFOA hints = {};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = 1;  // SOCK_STREAM
+    hints.ai_protocol = 6;  // IPPROTO_TCP
+
+    const CResolver& resolver = CResolver::Bound();
+    ADDRINFOA* found = nullptr;
+    WSASetLastError(resolver.getAddrInfo(name.c_str(), port, &hints, &found));
+    const int error = WSAGetLastError();
+    if (error != 0) {
+        trace.Fail("Call to getaddrinfo() failed; WSAGetLastError returned %i.", error);
+        return false;
+    }
+    if (!found) {
+        trace.Fail("Server (%s) name could not be resolved!\n", name.c_str());
+        return false;
+    }
+    const std::unique_ptr<ADDRINFOA, CResolver::FreeAddrInfo> addresses(found, resolver.freeAddrInfo);
+    for (const ADDRINFOA* address = found; address; address = address->ai_next) {
+        const Attempt attempt = ConnectTo(*address, begun, trace);
+        if (attempt != Attempt::TryNext)
+            return attempt == Attempt::Connected;
+    }
+    trace.Fail("Failed to connect.");
+    return false;
+}
+
+CSyncSocket::Attempt CSyncSocket::ConnectTo(const ADDRINFOA& address, unsigned begun, CFunctionTrace& trace)
+{
+    const SOCKET handle = ::socket(AF_INET, 1, 6);
+    if (handle == INVALID_SOCKET) {
+        trace.Fail("Call to socket() failed; WSAGetLastError returned %i.", WSAGetLastError());
+        return Attempt::GiveUp;
+    }
+    const auto opened = std::make_shared<COpenSocket>(handle);
+    if (!Adopt(opened, begun)) {
+        trace.Fail("Failed to connect.");
+        return Attempt::GiveUp;
+    }
+    char host[1025];
+    char service[32];
+    WSASetLastError(CResolver::Bound().getNameInfo(address.ai_addr, static_cast<int>(address.ai_addrlen),
+                                                   host, sizeof host, service, sizeof service, 0x0A));
+    const int error = WSAGetLastError();
+    if (error != 0) {
+        trace.Fail("Call to getnameinfo() failed; WSAGetLastError returned %i.", error);
+        return Attempt::GiveUp;
+    }
+    if (::connect(handle, address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) {
+        if (InUse() == opened)
+            return Attempt::Connected;
+    } else {
+        trace.Log(krelpmEventWarning, "Failed to connect to %s, port %s.", host, service);
+    }
+    if (Drop(opened))
+        return Attempt::TryNext;
+    trace.Fail("Failed to connect.");
+    return Attempt::GiveUp;
+}
+
+// Puts a fresh socket into the field, unless somebody has ended the connection since the attempt began.
+bool CSyncSocket::Adopt(const std::shared_ptr<COpenSocket>& opened, unsigned begun)
+{
+    CLockScope handles(handleLock);
+    if (abandoned || disconnections != begun)
+        return false;
+    socketHandle = opened;
+    return true;
+}
+
+// Takes the socket of a failed attempt out of the field. False when a Disconnect was faster.
+bool CSyncSocket::Drop(const std::shared_ptr<COpenSocket>& opened)
+{
+    CLockScope handles(handleLock);
+    if (abandoned || socketHandle != opened)
+        return false;
+    socketHandle.reset();
+    return true;
+}
+
+unsigned CSyncSocket::Disconnections() const
+{
+    CLockScope handles(handleLock);
+    return disconnections;
+}
+
+std::shared_ptr<COpenSocket> CSyncSocket::InUse() const
+{
+    CLockScope handles(handleLock);
+    return socketHandle;
+}
+
+LONG CSyncSocket::Receive(void* buffer, DWORD length, bool peek)
+{
+    CFunctionTrace trace("CSyncSocket::Receive");
+    const std::shared_ptr<COpenSocket> used = InUse();
+    const int asked = static_cast<int>(std::min(length, kMaxSingleSend));
+    int result =
+        ::recv(used ? used->handle : INVALID_SOCKET, static_cast<char*>(buffer), asked, peek ? 2 : 0);
+    if (result > 0) {
+        DumpBytes(buffer, static_cast<DWORD>(result));
+        return result;
+    }
+    int error = WSAGetLastError();
+    if (result == 0 && used && used->disconnected) {
+        result = SOCKET_ERROR;
+        error = WSA_OPERATION_ABORTED;
+    }
+    Disconnect();
+    trace.Fail("Call to recv() failed; WSAGetLastError returned %i.", error);
+    return result;
+}
+
+bool CSyncSocket::Receive(char* value)
+{
+    CFunctionTrace trace("CSyncSocket::Receive(char*)");
+    const LONG received = Receive(value, 1, false);
+    if (received != 1) {
+        trace.Fail("Failed to receive a char. Expected %i byte(s), received %i byte(s).", 1, received);
+        return false;
+    }
+    return true;
+}
+
+bool CSyncSocket::Receive(short* value)
+{
+    CFunctionTrace trace("CSyncSocket::Receive(short*)");
+    BYTE bytes[2];
+    const LONG received = Receive(bytes, 2, false);
+    if (received != 2) {
+        trace.Fail("Failed to receive a short. Expected %i byte(s), received %i byte(s).", 2, received);
+        return false;
+    }
+    *value = static_cast<short>(LoadBig16(bytes));
+    return true;
+}
+
+bool CSyncSocket::Send(const void* buffer, DWORD length, DWORD* sent)
+{
+    CFunctionTrace trace("CSyncSocket::Send");
+    DumpBytes(buffer, length);
+    *sent = 0;
+    const std::shared_ptr<COpenSocket> used = InUse();
+    const SOCKET handle = used ? used->handle : INVALID_SOCKET;
+    const char* bytes = static_cast<const char*>(buffer);
+    do {
+        const int part = static_cast<int>(std::min(length - *sent, kMaxSingleSend));
+        const int result = ::send(handle, bytes + *sent, part, 0);
+        if (result < 0) {
+            const int error = WSAGetLastError();
+            Disconnect();
+            trace.Fail("Call to send() failed; WSAGetLastError returned %i.", error);
+            return false;
+        }
+        *sent += static_cast<DWORD>(result);
+    } while (*sent != length);
+    return true;
+}
+
+LONG CSyncSocket::BytesAvailable()
+{
+    CFunctionTrace trace("CSyncSocket::BytesAvailable");
+    const std::shared_ptr<COpenSocket> used = InUse();
+    ULONG count = 0;
+    if (::ioctlsocket(used ? used->handle : INVALID_SOCKET, static_cast<long>(FIONREAD), &count) != 0) {
+        trace.Fail("Call to ioctlsocket() failed; WSAGetLastError returned %i.", WSAGetLastError());
+        return -1;
+    }
+    return static_cast<LONG>(count);
+}
+
+bool CSyncSocket::CanSendAtOnce() const
+{
+    const std::shared_ptr<COpenSocket> used = InUse();
+    return !used || IsWritable(used->handle);
+}
