@@ -1,0 +1,235 @@
+// The start and the end of a document on a port.
+
+#include "diagnostics/function_trace.h"
+#include "engine/job_record.h"
+#include "link/command_channel.h"
+#include "link/data_channel.h"
+#include "monitor/ini_port.h"
+
+namespace {
+
+constexpr int kLockTries = 5;
+constexpr DWORD kLockPauseMs = 1000;
+constexpr int kFinalStateLooks = 30;
+constexpr DWORD kFinalStatePauseMs = 1000;
+constexpr LONG kNoNotification = -1;
+
+bool IsChannelMode(DWORD level, const BYTE* docInfo)
+{
+    return level == 2 && docInfo && reinterpret_cast<const DOC_INFO_2W*>(docInfo)->dwMode == DI_CHANNEL;
+}
+
+// The states in which the print server is through with a job.
+bool IsFinal(LONG boundJobState)
+{
+    return boundJobState >= 7 && boundJobState <= 9;
+}
+
+}  // namespace
+
+CPrinterHandle::~CPrinterHandle()
+{
+    const DWORD lastError = GetLastError();
+    (void)ClosePrinter(handle);
+    SetLastError(lastError);
+}
+
+std::shared_ptr<CCommandChannel> krelIniPort::CommandChannel() const
+{
+    CLockScope state(stateSection);
+    return commandChannel;
+}
+
+std::shared_ptr<CDataChannel> krelIniPort::DataChannel() const
+{
+    CLockScope state(stateSection);
+    return dataChannel;
+}
+
+bool krelIniPort::IsInChannelMode() const
+{
+    CLockScope state(stateSection);
+    return channelMode;
+}
+
+bool krelIniPort::startDocPort(LPCWSTR pPrinterName, DWORD JobId, DWORD Level, const BYTE* pDocInfo)
+{
+    CFunctionTrace trace("krelIniPort::startDocPort", "printer=%S, jobId=%i, level=%i",
+                         pPrinterName ? pPrinterName : TEXT("NULL"), JobId, Level);
+    Cleanup();
+    if (IsDeleted()) {
+        trace.Fail("The port has been deleted.");
+        return false;
+    }
+    const bool inChannelMode = IsChannelMode(Level, pDocInfo);
+    if (!inChannelMode && !LockPortForPrinting()) {
+        trace.Fail("Unable to get exclusive access to the port for printing.");
+        return false;
+    }
+    BeginDocument(JobId, inChannelMode);
+    if (!OpenDocumentPrinter(pPrinterName)) {
+        Cleanup();
+        trace.Fail("Failed to OpenPrinter().");
+        return false;
+    }
+    if (!inChannelMode && !SetupCommunicationChannels(true)) {
+        trace.Fail("Failed to setup communication channels.");
+        return false;
+    }
+    return true;
+}
+
+// Who holds the mark needs `section` to clear it, so it is not held through the pause.
+bool krelIniPort::LockPortForPrinting()
+{
+    CFunctionTrace trace("krelIniPort::LockPortForPrinting");
+    for (int tries = 0; tries < kLockTries && !IsDeleted(); ++tries) {
+        {
+            CLockScope busy(section);
+            if (!lockedForPrinting) {
+                lockedForPrinting = true;
+                return true;
+            }
+        }
+        Sleep(kLockPauseMs);
+    }
+    trace.Fail("Failed to gain exclusive access to the port for printing.");
+    return false;
+}
+
+void krelIniPort::BeginDocument(DWORD newJobId, bool inChannelMode)
+{
+    CLockScope state(stateSection);
+    channelMode = inChannelMode;
+    jobId = newJobId;
+    jobInError = false;
+}
+
+// A job with the number of the last one that failed is its second run. Any other job ends the memory of
+// that failure; a job without a number says nothing about it.
+bool krelIniPort::OpenDocumentPrinter(LPCWSTR printerName)
+{
+    HANDLE opened = nullptr;
+    if (!OpenPrinterW(const_cast<LPWSTR>(printerName), &opened, nullptr))
+        return false;
+    auto held = std::make_shared<CPrinterHandle>(opened);
+    CLockScope state(stateSection);
+    printer = std::move(held);
+    jobIsRestarted = jobId != 0 && jobId == restartedJobId;
+    if (jobId != 0 && !jobIsRestarted)
+        restartedJobId = 0;
+    return true;
+}
+
+bool krelIniPort::endDocPort()
+{
+    CFunctionTrace trace("krelIniPort::endDocPort");
+    if (const std::shared_ptr<CDataChannel> data = DataChannel())
+        data->Close();
+    if (IsInChannelMode()) {
+        const krelJobReference job = Job();
+        (void)SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+        Cleanup();
+        return true;
+    }
+    bool inError;
+    std::shared_ptr<CCommandChannel> command;
+    {
+        CLockScope state(stateSection);
+        inError = jobInError;
+        command = commandChannel;
+    }
+    const bool gaveUp = !inError && command && !AwaitFinalState(*command, trace);
+    command.reset();
+    ReportJobStatus(trace);
+    Cleanup();
+    if (gaveUp)
+        SetLastError(ERROR_GEN_FAILURE);  // what came after must not hide it from the spooler
+    return true;
+}
+
+// Waits until the print server is through with the job and tells the spooler what became of it. False
+// when the job was given up. Without any notification there is nothing to tell.
+bool krelIniPort::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
+{
+    for (int look = 0; look < kFinalStateLooks && !IsDeleted(); ++look) {
+        if (IsFinal(channel.GetLPQInfo().boundJobState))
+            break;
+        Sleep(kFinalStatePauseMs);
+    }
+    const LONG boundJobState = channel.GetLPQInfo().boundJobState;
+    if (boundJobState == kNoNotification)
+        return true;
+    if (IsFinal(boundJobState)) {
+        MarkAsSent(trace);
+        return true;
+    }
+    HandleErrorInPrintJob();
+    return false;
+}
+
+// The spooler keeps a job that it was asked to restart; the second run has to remove it.
+void krelIniPort::MarkAsSent(CFunctionTrace& trace)
+{
+    const krelJobReference job = Job();
+    if (!SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER)) {
+        trace.Log(krelpmEventWarning,
+                  "Call to SetJob() failed - unable to mark print job as sent to printer.");
+        return;
+    }
+    bool isRestarted;
+    {
+        CLockScope state(stateSection);
+        isRestarted = jobIsRestarted;
+    }
+    if (isRestarted)
+        (void)SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_DELETE);
+}
+
+void krelIniPort::ReportJobStatus(CFunctionTrace& trace)
+{
+    const krelJobReference job = Job();
+    CJobRecord record;
+    if (record.Read(job.PrinterHandle(), job.jobId))
+        trace.Log(krelpmEventInfo, "Job status in EndDocPort: 0x%X.", record.Status());
+    else
+        trace.Log(krelpmEventWarning, "Call to GetJob() failed - unable to read job status.");
+}
+
+void krelIniPort::Cleanup()
+{
+    CFunctionTrace trace("krelIniPort::Cleanup");
+    DropChannels();
+    std::shared_ptr<CPrinterHandle> closing;
+    {
+        CLockScope state(stateSection);
+        closing = std::move(printer);
+        printer.reset();
+    }
+    closing.reset();
+    {
+        CLockScope busy(section);
+        lockedForPrinting = false;
+    }
+    CLockScope state(stateSection);
+    channelMode = false;
+}
+
+// The command channel goes first: its worker uses the data channel and the printer.
+void krelIniPort::DropChannels()
+{
+    std::shared_ptr<CCommandChannel> command;
+    std::shared_ptr<CDataChannel> data;
+    {
+        CLockScope state(stateSection);
+        command = std::move(commandChannel);
+        commandChannel.reset();
+        data = std::move(dataChannel);
+        dataChannel.reset();
+    }
+    if (command)
+        command->Shutdown();
+    command.reset();
+    if (data)
+        data->Abandon();  // for a call that is still inside it
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/platform.h"
+
+// The spooler's record of a job, level 2. One thread uses it; the calls go to the spooler and may block
+// or come back into the monitor.
+class CJobRecord {
+public:
+    // Asks for the size, then for the record. False when the spooler gives either of them up, as it does
+    // for a null printer.
+    bool Read(HANDLE printer, DWORD jobId);
+
+    // Reads the job anew into a buffer of the first read's size: a record that has grown since fails.
+    bool ReadAgain(HANDLE printer, DWORD jobId);
+
+    DWORD Status() const;
+
+    // The job is on its way out: leave it alone.
+    bool IsGoing() const { return (Status() & (JOB_STATUS_DELETING | JOB_STATUS_DELETED)) != 0; }
+
+private:
+    std::vector<BYTE> buffer;
+    DWORD size = 0;
+};
