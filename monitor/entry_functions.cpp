@@ -1,0 +1,160 @@
+#include "monitor/entry_functions.h"
+
+#include "admin/xcv_handler.h"
+#include "diagnostics/diagnostic_log.h"
+#include "diagnostics/function_trace.h"
+#include "diagnostics/thread_port_tag.h"
+#include "monitor/ini_port.h"
+#include "monitor/port_monitor.h"
+
+namespace {
+
+void WriteEntryLine(const char* function)
+{
+    if (EventIsLogged(krelpmEventEntry))
+        vexkitTypeDiagnosticPuts(function);
+}
+
+// Runs one forward; the spooler can't take an exception.
+template <class Result, class Forward>
+Result WithoutExceptions(Result afterException, Forward forward)
+{
+    try {
+        return forward();
+    } catch (...) {
+        return afterException;
+    }
+}
+
+CThreadPortTag TagFor(const krelIniPort* port)
+{
+    if (port == nullptr)
+        return {nullptr, 0};
+    const krelPortSettings settings = port->Settings();
+    return {settings.server, settings.portNumber};
+}
+
+template <class Forward>
+BOOL CallPort(HANDLE hPort, const char* function, Forward forward)
+{
+    krelIniPort* port = static_cast<krelIniPort*>(hPort);
+    const CThreadPortTag tag = TagFor(port);
+    WriteEntryLine(function);
+    if (port == nullptr)
+        return FALSE;
+    const krelPortCall inside(port);
+    return WithoutExceptions(FALSE, [&] { return forward(*port) ? TRUE : FALSE; });
+}
+
+template <class Forward>
+BOOL CallMonitor(HANDLE hMonitor, const char* function, Forward forward)
+{
+    WriteEntryLine(function);
+    if (hMonitor == nullptr)
+        return FALSE;
+    return WithoutExceptions(
+        FALSE, [&] { return forward(*static_cast<krelPortMonitor*>(hMonitor)) ? TRUE : FALSE; });
+}
+
+// A start that ends half way leaves nothing behind that a later call could take for a document.
+bool StartDocument(krelIniPort& port, LPCWSTR printerName, DWORD jobId, DWORD level, const BYTE* docInfo)
+{
+    try {
+        return port.startDocPort(printerName, jobId, level, docInfo);
+    } catch (...) {
+        port.Cleanup();
+        throw;
+    }
+}
+
+}  // namespace
+
+BOOL gEnumPorts(HANDLE hMonitor, LPWSTR, DWORD Level, LPBYTE pPorts, DWORD cbBuf, LPDWORD pcbNeeded,
+                LPDWORD pcReturned)
+{
+    return CallMonitor(hMonitor, "gEnumPorts", [&](krelPortMonitor& monitor) {
+        return monitor.EnumeratePorts(Level, pPorts, cbBuf, pcbNeeded, pcReturned);
+    });
+}
+
+BOOL gOpenPort(HANDLE hMonitor, LPWSTR pName, PHANDLE pHandle)
+{
+    return CallMonitor(hMonitor, "gOpenPort",
+                       [&](krelPortMonitor& monitor) { return monitor.openPort(pName, pHandle); });
+}
+
+BOOL gXcvOpenPort(HANDLE hMonitor, LPCWSTR pszObject, ACCESS_MASK GrantedAccess, PHANDLE phXcv)
+{
+    return CallMonitor(hMonitor, "gXcvOpenPort", [&](krelPortMonitor& monitor) {
+        return monitor.xcvOpenPort(pszObject, GrantedAccess, phXcv);
+    });
+}
+
+void gShutdown(HANDLE hMonitor)
+{
+    WriteEntryLine("gShutdown");
+    delete static_cast<krelPortMonitor*>(hMonitor);
+}
+
+BOOL gStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo)
+{
+    return CallPort(hPort, "gStartDocPort", [&](krelIniPort& port) {
+        return StartDocument(port, pPrinterName, JobId, Level, pDocInfo);
+    });
+}
+
+BOOL gWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten)
+{
+    return CallPort(hPort, "gWritePort",
+                    [&](krelIniPort& port) { return port.writePort(pBuffer, cbBuf, pcbWritten); });
+}
+
+BOOL gReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead)
+{
+    return CallPort(hPort, "gReadPort",
+                    [&](krelIniPort& port) { return port.readPort(pBuffer, cbBuffer, pcbRead); });
+}
+
+BOOL gEndDocPort(HANDLE hPort)
+{
+    return CallPort(hPort, "gEndDocPort", [](krelIniPort& port) { return port.endDocPort(); });
+}
+
+BOOL gClosePort(HANDLE hPort)
+{
+    return CallPort(hPort, "gClosePort", [](krelIniPort&) {
+        CFunctionTrace trace("krelIniPort::Close");
+        return true;
+    });
+}
+
+BOOL gGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
+                             DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned)
+{
+    return CallPort(hPort, "gGetPrinterDataFromPort", [&](krelIniPort& port) {
+        return port.getPrinterDataFromPort(ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer,
+                                           cbOutBuffer, lpcbReturned);
+    });
+}
+
+DWORD gXcvDataPort(HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData, DWORD cbInputData, PBYTE pOutputData,
+                   DWORD cbOutputData, PDWORD pcbOutputNeeded)
+{
+    WriteEntryLine("gXcvDataPort");
+    if (hXcv == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    const krelXcvBuffers buffers = {pInputData, cbInputData, pOutputData, cbOutputData, pcbOutputNeeded};
+    return WithoutExceptions(DWORD{ERROR_NOT_ENOUGH_MEMORY}, [&] {
+        return static_cast<krelPortMonitorXcvHandler*>(hXcv)->XcvDataPort(pszDataName, buffers);
+    });
+}
+
+BOOL gXcvClosePort(HANDLE hXcv)
+{
+    WriteEntryLine("gXcvClosePort");
+    auto* session = static_cast<krelPortMonitorXcvHandler*>(hXcv);
+    if (session != nullptr)
+        session->xcvClosePort();
+    delete session;
+    return TRUE;
+}
