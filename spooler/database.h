@@ -1,0 +1,136 @@
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace spooler {
+
+// The state folder's SQLite database. Text that comes from the platform's side is UTF-16 and is kept
+// as it is; columns of names are compared by the platform's own rule (lstrcmpiW) through the
+// collation NAME. Every failure throws SpoolerError with a text that names the file.
+//
+// One connection serves all threads, one at a time: a thread holds it through a Use or a Change, for
+// the few statements that belong together and never across a call into a monitor.
+class Database {
+public:
+    // Opens or makes the file and brings a new one to the present schema.
+    explicit Database(const std::string& path);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    // A statement that has its arguments. Lives within the Use that it came from; each SQL text may
+    // be under way once at a time.
+    class Statement {
+    public:
+        ~Statement();
+        Statement(const Statement&) = delete;
+        Statement& operator=(const Statement&) = delete;
+
+        bool Next();  // false past the last row
+        std::int64_t Integer(int column) const;
+        WideString Text(int column) const;
+        std::string Utf8(int column) const;
+        std::vector<BYTE> Bytes(int column) const;
+
+    private:
+        friend class Database;
+        template <typename... Arguments>
+        Statement(Database& owner, sqlite3_stmt* prepared, const Arguments&... arguments)
+            : database(owner), raw(prepared)
+        {
+            int index = 0;
+            (BindOne(++index, arguments), ...);
+        }
+        template <typename Argument>
+        void BindOne(int index, const Argument& argument)
+        {
+            if constexpr (std::integral<Argument>)
+                Bind(index, static_cast<std::int64_t>(argument));
+            else
+                Bind(index, argument);
+        }
+        void Bind(int index, std::int64_t value);
+        void Bind(int index, WideStringView value);
+        void Bind(int index, const std::string& value);
+        void Bind(int index, std::span<const BYTE> value);
+
+        Database& database;
+        sqlite3_stmt* raw;
+    };
+
+    class Use {
+    public:
+        explicit Use(Database& owner) : database(owner), lock(owner.connectionLock) {}
+
+        template <typename... Arguments>
+        Statement Ask(const char* sql, const Arguments&... arguments)
+        {
+            return Statement(database, database.Prepared(sql), arguments...);
+        }
+
+        // Runs a statement without rows; gives the number of rows that it changed.
+        template <typename... Arguments>
+        int Do(const char* sql, const Arguments&... arguments)
+        {
+            Ask(sql, arguments...).Next();
+            return RowsChanged();
+        }
+
+        std::int64_t LastId() const;
+
+    protected:
+        Database& database;
+
+    private:
+        int RowsChanged() const;
+
+        std::lock_guard<std::mutex> lock;
+    };
+
+    enum class Durability {
+        Safe,    // on disk when Commit returns
+        Relaxed  // whole or not at all after a loss of power; for what is only told, not promised
+    };
+
+    // A Use whose changes take effect together at Commit, and not at all without it.
+    class Change : public Use {
+    public:
+        explicit Change(Database& owner, Durability wanted = Durability::Safe);
+        ~Change();
+        Change(const Change&) = delete;
+        Change& operator=(const Change&) = delete;
+        void Commit();
+
+    private:
+        bool open = true;
+        Durability durability;
+    };
+
+private:
+    sqlite3_stmt* Prepared(const char* sql);
+    void Execute(const char* sql);
+    void Configure();
+    void BringToSchema();
+    void CreateSchema();
+    int ReadPragma(const char* sql);
+    void Close();
+    [[noreturn]] void Fail(int result);
+
+    std::string path;
+    std::mutex connectionLock;
+    sqlite3* connection = nullptr;
+    std::map<std::string, sqlite3_stmt*, std::less<>> prepared;
+};
+
+}  // namespace spooler

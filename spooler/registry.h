@@ -1,0 +1,71 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "platform/platform.h"
+#include "spooler/database.h"
+
+namespace spooler {
+
+// The persistent settings of the monitors: keys that hold keys and typed values, as on the platform.
+// Names ignore case and are kept as first given; a name is one name, whatever characters are in it.
+// The operations throw SpoolerError with the platform's word for what a key or value is not:
+// ERROR_FILE_NOT_FOUND, ERROR_KEY_DELETED (the key itself has gone), ERROR_ACCESS_DENIED.
+class Registry {
+public:
+    using Key = std::int64_t;
+
+    struct Value {
+        DWORD type = 0;
+        std::vector<BYTE> data;
+    };
+    struct Named {
+        WideString name;
+        std::int64_t written = 0;  // Unix time of the key's last change; 0 for a value
+    };
+    struct Counts {
+        DWORD keys = 0;
+        DWORD longestKey = 0;  // characters
+        DWORD values = 0;
+        DWORD longestName = 0;   // characters
+        DWORD largestValue = 0;  // bytes
+        std::int64_t written = 0;
+    };
+
+    explicit Registry(std::shared_ptr<Database> owner) : database(std::move(owner)) {}
+
+    // The root key of a monitor, made if need be.
+    Key Root(WideStringView monitor);
+    // Removes a monitor's root key with all below it; nothing if there is none.
+    void RemoveRoot(WideStringView monitor);
+
+    Key Create(Key parent, WideStringView name, bool* made);
+    Key Open(Key parent, WideStringView name);
+    // Refuses a key that holds keys with ERROR_ACCESS_DENIED.
+    void Remove(Key parent, WideStringView name);
+    // In the order of the names.
+    std::vector<Named> Keys(Key key);
+    std::vector<Named> Values(Key key);
+    Counts Count(Key key);
+
+    void SetValue(Key key, WideStringView name, DWORD type, std::span<const BYTE> data);
+    Value GetValue(Key key, WideStringView name);
+    void RemoveValue(Key key, WideStringView name);
+
+    // Moves on with every change that this process makes.
+    unsigned Generation() const { return generation; }
+
+private:
+    void MustExist(Database::Use& use, Key key);
+    std::vector<Named> Names(Key key, const char* sql);
+
+    // Shared: a monitor that a last call is still inside keeps its settings within reach.
+    std::shared_ptr<Database> database;
+    std::atomic<unsigned> generation = 0;
+};
+
+}  // namespace spooler

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "platform/platform.h"
+#include "spooler/job_store.h"
+#include "spooler/monitor_host.h"
+#include "spooler/run_control.h"
+#include "spooler/state_folder.h"
+
+namespace spooler {
+
+// The threads that run jobs: one for each port that has work, in the order of the job numbers, until
+// the port has none left. The thread holds the port's lock while it runs jobs; while another process
+// has it, the thread waits, as it may have to take over. Any thread.
+class Runners : public std::enable_shared_from_this<Runners> {
+public:
+    Runners(StateFolder where, std::shared_ptr<JobStore> store, std::shared_ptr<MonitorHost> host);
+
+    // Sees to it that a thread looks at the port's jobs. Nothing once Stop has been called.
+    void Start(std::int64_t portNumber);
+    // Starts all ports that have work; gives their number.
+    DWORD StartAll();
+    DWORD Active();
+    // Has all runs end and waits for them. False if some haven't after `waitMs`.
+    bool Stop(DWORD waitMs);
+
+    // Drops a job that is marked as being deleted, now or as soon as whoever runs its port gets to it.
+    void Drop(const Job& job);
+    // Of a job that this process is running at this moment.
+    std::optional<RunControl::Progress> ProgressOf(DWORD jobId);
+
+private:
+    struct Runner {
+        Runner(std::int64_t port, JobStore& store) : portNumber(port), control(store) {}
+        const std::int64_t portNumber;
+        RunControl control;
+    };
+
+    void RunPort(Runner& runner);
+    void RunQueue(Runner& runner);
+    void RunOne(Runner& runner, const Job& job);
+    RunResult Attempt(const Job& job, RunControl& control);
+    Job EndRun(DWORD jobId, const RunResult& result);
+    void DropNow(DWORD jobId);
+    bool Leave(const Runner& runner);
+    void Forget(const Runner& runner);
+
+    const StateFolder folder;
+    const std::shared_ptr<JobStore> jobs;
+    const std::shared_ptr<MonitorHost> monitors;
+
+    std::mutex lock;  // the rest; the database's own lock may be taken inside
+    bool stopping = false;
+    std::map<std::int64_t, std::shared_ptr<Runner>> active;
+};
+
+}  // namespace spooler
