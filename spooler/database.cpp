@@ -12,6 +12,7 @@ namespace spooler {
 namespace {
 
 constexpr int kBusyTimeoutMs = 10000;
+constexpr int kSwitchPollMs = 10;
 
 WideString Terminated(int bytes, const void* text)
 {
@@ -107,9 +108,25 @@ void Database::Configure()
     if (sqlite3_db_readonly(connection, "main") == 1)
         Fail(SQLITE_READONLY);
     Execute("PRAGMA encoding = 'UTF-16le'");
-    Execute("PRAGMA journal_mode = WAL");
+    SwitchToWal();
     Execute("PRAGMA synchronous = FULL");
     Execute("PRAGMA foreign_keys = ON");
+}
+
+// Of several processes that open a new file, all but one are refused here without any wait: the library's
+// own patience would be a deadlock, as each holds what the other needs.
+void Database::SwitchToWal()
+{
+    for (int waitedMs = 0;; waitedMs += kSwitchPollMs) {
+        try {
+            Execute("PRAGMA journal_mode = WAL");
+            return;
+        } catch (const SpoolerError& error) {
+            if (error.word != ERROR_BUSY || waitedMs >= kBusyTimeoutMs)
+                throw;
+        }
+        sqlite3_sleep(kSwitchPollMs);
+    }
 }
 
 void Database::BringToSchema()

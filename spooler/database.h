@@ -121,6 +121,7 @@ private:
     sqlite3_stmt* Prepared(const char* sql);
     void Execute(const char* sql);
     void Configure();
+    void SwitchToWal();
     void BringToSchema();
     void CreateSchema();
     int ReadPragma(const char* sql);

@@ -45,8 +45,9 @@ DWORD CountActivePorts();
 // Stops politely: jobs that run are ended through the port's EndDocPort and stay queued (a job all of
 // whose bytes are with the port is seen through to its outcome), then open handles are closed and the
 // monitors are shut down and unloaded. FALSE with ERROR_TIMEOUT when a port isn't done in `waitMs`
-// milliseconds (INFINITE is allowed): then nothing has been unloaded, and the process may end as it
-// is. The spooler may be used again afterwards. Not from inside a monitor.
+// milliseconds (INFINITE is allowed): then nothing has been unloaded, no further job is run, and
+// the process may end as it is or call again. After success the spooler may be used anew. Not from
+// inside a monitor.
 BOOL ShutdownSpooler(DWORD waitMs);
 
 // --- following a job -----------------------------------------------------------------------------------
