@@ -1,0 +1,174 @@
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <optional>
+#include <sstream>
+
+#include "platform/posix/utf.h"
+#include "spooler/spooler.h"
+#include "tools/farlink/commands.h"
+#include "tools/farlink/spooler_lists.h"
+
+namespace farlink {
+
+namespace {
+
+constexpr LPCWSTR kSettingsKey = TEXT("Ports");
+
+struct Setting {
+    LPCWSTR name;
+    DWORD initial;  // what the monitor takes when nothing is stored
+};
+constexpr Setting kEvents{TEXT("EventTypesToLog"), 0x3F};
+constexpr Setting kFile{TEXT("LogToFile"), 0};
+constexpr Setting kDebug{TEXT("LogToDebugOutput"), 0};
+constexpr Setting kLimit{TEXT("MaxLogFileSize"), 0};
+
+struct EventName {
+    const char* name;
+    DWORD bit;
+};
+constexpr EventName kEventNames[] = {{"entry", 0x01},   {"trace", 0x02}, {"error", 0x04},
+                                     {"warning", 0x08}, {"info", 0x10},  {"data", 0x20}};
+
+struct LevelOptions {
+    std::optional<std::string> events;
+    std::optional<std::string> file;
+    std::optional<std::string> debug;
+    std::optional<DWORD> limit;
+    bool defaults = false;
+};
+
+DWORD Read(const MonitorEntry& monitor, const Setting& setting)
+{
+    DWORD value = 0;
+    if (GetMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name, &value))
+        return value;
+    if (GetLastError() != ERROR_FILE_NOT_FOUND)
+        throw SpoolerFailure("The log settings can't be read");
+    return setting.initial;
+}
+
+void Write(const MonitorEntry& monitor, const Setting& setting, DWORD value)
+{
+    if (!SetMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name, value))
+        throw SpoolerFailure("The log settings can't be stored");
+}
+
+void Remove(const MonitorEntry& monitor, const Setting& setting)
+{
+    if (!DeleteMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name) &&
+        GetLastError() != ERROR_FILE_NOT_FOUND)
+        throw SpoolerFailure("The log settings can't be removed");
+}
+
+std::vector<std::string> NamesOf(DWORD events)
+{
+    std::vector<std::string> names;
+    for (const EventName& event : kEventNames)
+        if ((events & event.bit) != 0)
+            names.push_back(event.name);
+    return names;
+}
+
+DWORD EventsOf(const std::string& list)
+{
+    if (list == "all")
+        return kEvents.initial;
+    if (list == "none")
+        return 0;
+    DWORD events = 0;
+    std::istringstream names(list);
+    for (std::string name; std::getline(names, name, ',');) {
+        const auto* known =
+            std::ranges::find(kEventNames, name, [](const EventName& event) { return event.name; });
+        if (known == std::end(kEventNames))
+            throw Failure("'" + name +
+                              "' is no kind of event: entry, trace, error, warning, info and data are, "
+                              "with commas between them, or all, or none",
+                          ExitStatus::Usage);
+        events |= known->bit;
+    }
+    return events;
+}
+
+// Where a monitor that this environment starts writes its log.
+std::string LogFile(const MonitorEntry& monitor)
+{
+    std::array<WCHAR, 1024> folder{};
+    GetTempPathW(static_cast<DWORD>(folder.size()), folder.data());
+    return ToUtf8(folder.data() + monitor.library) + ".log";
+}
+
+void Show(const Run& run, const MonitorEntry& monitor)
+{
+    const std::vector<std::string> events = NamesOf(Read(monitor, kEvents));
+    const bool file = Read(monitor, kFile) != 0;
+    const bool debug = Read(monitor, kDebug) != 0;
+    const DWORD limit = Read(monitor, kLimit);
+    if (run.json) {
+        PrintJson({{"events", events},
+                   {"file", file},
+                   {"debug", debug},
+                   {"limitKiB", limit},
+                   {"path", LogFile(monitor)}});
+        return;
+    }
+    std::string list;
+    for (const std::string& event : events)
+        list += list.empty() ? event : "," + event;
+    PrintTable({{"events", list.empty() ? "none" : list},
+                {"file", file ? "on, " + LogFile(monitor) : "off"},
+                {"debug", debug ? "on" : "off"},
+                {"limit", limit == 0 ? "none" : std::to_string(limit) + " KiB"}});
+}
+
+void Level(const Run& run, const LevelOptions& options)
+{
+    const MonitorEntry monitor = FindMonitor();
+    const std::optional<DWORD> events =
+        options.events ? std::optional(EventsOf(*options.events)) : std::nullopt;
+    if (options.defaults)
+        for (const Setting& setting : {kEvents, kFile, kDebug, kLimit})
+            Remove(monitor, setting);
+    if (events)
+        Write(monitor, kEvents, *events);
+    if (options.file)
+        Write(monitor, kFile, *options.file == "on" ? 1 : 0);
+    if (options.debug)
+        Write(monitor, kDebug, *options.debug == "on" ? 1 : 0);
+    if (options.limit)
+        Write(monitor, kLimit, *options.limit);
+    Show(run, monitor);
+}
+
+}  // namespace
+
+void AddLogCommands(CLI::App& farlink, Run& run)
+{
+    auto options = std::make_shared<LevelOptions>();
+    CLI::App* log = farlink.add_subcommand("log", "The monitor's diagnostic log")->require_subcommand(1);
+    AddExamples(*log, "farlink log level --file on");
+    CLI::App* level = log->add_subcommand(
+        "level", "Show or change what is logged and where; counts for each monitor that starts from then on");
+    AddJsonFlag(*level, run);
+    AddExamples(*level,
+                "farlink log level\nfarlink log level --file on --limit 1024\n"
+                "farlink log level --events error,warning\nfarlink log level --defaults");
+    level
+        ->add_option("--events", options->events,
+                     "entry, trace, error, warning, info, data, with commas between them; all; none")
+        ->type_name("LIST");
+    level->add_option("--file", options->file, "Write the log file")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->type_name("SWITCH");
+    level->add_option("--debug", options->debug, "Write to the debug output")
+        ->check(CLI::IsMember({"on", "off"}))
+        ->type_name("SWITCH");
+    level->add_option("--limit", options->limit, "Size at which the file wraps; 0 for none")
+        ->type_name("KIB");
+    level->add_flag("--defaults", options->defaults, "First put back what a new system has");
+    level->callback([&run, options] { Level(run, *options); });
+}
+
+}  // namespace farlink

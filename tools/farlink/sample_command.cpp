@@ -1,0 +1,57 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "tools/farlink/card_drawing.h"
+#include "tools/farlink/commands.h"
+#include "tools/farlink/sizes.h"
+
+namespace farlink {
+
+namespace {
+
+struct SampleOptions {
+    std::string file;
+    int cards = 2;
+};
+
+void Write(const std::string& text, std::FILE* file)
+{
+    std::fwrite(text.data(), 1, text.size(), file);
+}
+
+void Sample(const SampleOptions& options)
+{
+    std::FILE* file = std::fopen(options.file.c_str(), "wb");
+    if (file == nullptr)
+        throw Failure("'" + options.file + "' can't be written: " + std::strerror(errno));
+    std::size_t size = 0;
+    for (int card = 1; card <= options.cards; ++card) {
+        const std::string page = DrawCard(card);
+        size += page.size();
+        Write(page, file);
+    }
+    const bool written = std::ferror(file) == 0;
+    if (std::fclose(file) != 0 || !written)
+        throw Failure("'" + options.file + "' can't be written: " + std::strerror(errno));
+    PrintLine(options.file + ": " + std::to_string(options.cards) + " cards, " + SizeText(size));
+}
+
+}  // namespace
+
+void AddSampleCommand(CLI::App& farlink)
+{
+    auto options = std::make_shared<SampleOptions>();
+    CLI::App* sample =
+        farlink.add_subcommand("sample", "Write a print file with made-up cards, for trying things out");
+    sample->add_option("FILE", options->file, "The file to write, in the PPM image format")->required();
+    sample->add_option("--cards", options->cards, "How many cards, about 2 MB each")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000))
+        ->type_name("N");
+    AddExamples(*sample, "farlink sample cards.ppm --cards 3");
+    sample->callback([options] { Sample(*options); });
+}
+
+}  // namespace farlink
