@@ -1,0 +1,270 @@
+// What becomes of a document, and of its job in the spooler, when things go well and when they don't.
+
+#include "monitor/ini_port.h"
+#include "tests/support/printing_fixture.h"
+
+using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
+
+namespace {
+
+class JobOutcome : public Printing {
+protected:
+    void ForgetSpooler()
+    {
+        spooler.Reset();
+        spooler.AttachMonitor(table, monitor);
+        log.Clear();
+    }
+};
+
+using Commands = std::vector<DWORD>;
+
+}  // namespace
+
+TEST_F(JobOutcome, EndsAsThePrintServerSays)
+{
+    const struct {
+        std::uint16_t state;
+        Commands commands;
+        bool givenUp;
+    } ends[] = {
+        {7, {JOB_CONTROL_SENT_TO_PRINTER}, false}, {8, {JOB_CONTROL_SENT_TO_PRINTER}, false},
+        {9, {JOB_CONTROL_SENT_TO_PRINTER}, false},  // as the first record: nobody has cancelled this job
+        {6, {JOB_CONTROL_RESTART}, true},          {10, {JOB_CONTROL_RESTART}, true},
+        {0xFFFF, {JOB_CONTROL_RESTART}, true},
+    };
+    for (const auto& end : ends) {
+        SCOPED_TRACE(end.state);
+        ServeByHand(Lpq(0, end.state));
+        ForgetSpooler();
+        ASSERT_TRUE(StartJob());
+        ASSERT_TRUE(Write({1}));
+        SetLastError(0);
+        EXPECT_TRUE(End());
+        EXPECT_EQ(end.givenUp, GetLastError() == ERROR_GEN_FAILURE);
+        EXPECT_EQ(end.commands, spooler.JobCommands());
+        EXPECT_TRUE(log.Has("Job status in EndDocPort: 0x0."));
+        EXPECT_EQ(0, spooler.OpenPrinters());
+    }
+}
+
+TEST_F(JobOutcome, IsCancelledByANotificationAndBeforeAnyWrite)
+{
+    ServeByHand(Lpq(0, kReceivingData));
+    ASSERT_TRUE(StartJob());
+    spooler.ServeJobStatus(0x10);
+    ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+    ASSERT_TRUE(log.WaitFor("}krelIniPort::CancelCurrentPrintJob"));
+    EXPECT_EQ(Commands{JOB_CONTROL_DELETE}, spooler.JobCommands());
+    EXPECT_NE(GetCurrentThreadId(), spooler.Calls(Spooler::SetJob).at(0).threadId);
+    EXPECT_TRUE(log.Has("Job status when first entering: 0x10."));
+    EXPECT_TRUE(log.Has("Job status after cancelling job 0x10."));
+    EXPECT_TRUE(Write({1})) << "the data path goes on until the spooler stops it";
+
+    // A job on its way out is left alone.
+    spooler.ServeJobStatus(JOB_STATUS_DELETING);
+    ASSERT_TRUE(Learns(Lpq(0, kCancelled)));
+    ASSERT_TRUE(log.WaitFor("}krelIniPort::CancelCurrentPrintJob"));
+    EXPECT_EQ(1, spooler.Count(Spooler::SetJob));
+    EXPECT_FALSE(log.Has("Job status"));
+    EXPECT_TRUE(End());
+}
+
+TEST_F(JobOutcome, IsRestartedAfterALostLinkAndRemovedAfterItsSecondRun)
+{
+    server->FaultAt(Step::DataMiddle, Fault::Reset().AfterBytes(50000), 1);
+    ASSERT_TRUE(StartJob());
+    const Bytes card = SampleDocument(100000);
+    bool wrote = true;
+    for (int i = 0; i < 1000 && wrote; ++i)
+        wrote = Write(card);
+    EXPECT_FALSE(wrote);
+    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+    EXPECT_LT(written, card.size());
+    EXPECT_TRUE(log.Has("krelIniPort::writePort: ERROR: Failed to send data to command channel."));
+    EXPECT_EQ(Commands{JOB_CONTROL_RESTART}, spooler.JobCommands());
+    EXPECT_FALSE(Write(card)) << "a closed link stays closed";
+    EXPECT_EQ((Commands{JOB_CONTROL_RESTART, JOB_CONTROL_RESTART}), spooler.JobCommands());
+    const DWORD before = GetTickCount();
+    EXPECT_TRUE(End());
+    EXPECT_LT(GetTickCount() - before, 25000u) << "a job in error is not waited for";
+
+    ForgetSpooler();
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(Write(card));
+    ASSERT_TRUE(End());
+    EXPECT_EQ((Commands{JOB_CONTROL_SENT_TO_PRINTER, JOB_CONTROL_DELETE}), spooler.JobCommands());
+    ASSERT_TRUE(server->WaitFor(EventKind::DocumentComplete));
+    EXPECT_EQ(card, server->Documents().back().bytes);
+
+    // A job without a number says nothing; another job's number ends the memory of the failure.
+    for (const DWORD job : {0u, 8u, 7u}) {
+        ForgetSpooler();
+        ASSERT_TRUE(StartJob(job));
+        ASSERT_TRUE(End());
+        EXPECT_EQ(Commands{JOB_CONTROL_SENT_TO_PRINTER}, spooler.JobCommands()) << job;
+    }
+}
+
+TEST_F(JobOutcome, OfARestartedJobIsNotRemovedWhenTheSpoolerRefusesItsEnd)
+{
+    ServeByHand(Lpq(0, kReceivingData));
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(End());
+    ASSERT_EQ(Commands{JOB_CONTROL_RESTART}, spooler.JobCommands());
+    ForgetSpooler();
+    spooler.Refuse(Spooler::SetJob, ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(Learns(Lpq(0, kFinished)));
+    EXPECT_TRUE(End());
+    EXPECT_EQ(1, spooler.Count(Spooler::SetJob));
+    EXPECT_TRUE(log.Has("Call to SetJob() failed - unable to mark print job as sent to printer."));
+}
+
+TEST_F(JobOutcome, LivesWithASpoolerThatAnswersNothing)
+{
+    const struct {
+        Spooler refused;
+        DWORD status;
+        const char* line;
+        Commands commands;
+    } refusals[] = {
+        {Spooler::GetJob,
+         0,
+         "Call to getJob() failed - unable to mark print job as being in error state.",
+         {}},
+        {Spooler::SetJob, 0, "Call to SetJob() failed - unable to restart.", {JOB_CONTROL_RESTART}},
+        {Spooler::EnumPorts, JOB_STATUS_DELETED, "Job status in EndDocPort: 0x100.", {}},
+    };
+    for (const auto& refusal : refusals) {
+        SCOPED_TRACE(refusal.line);
+        ServeByHand(Lpq(0, kReceivingData));
+        ForgetSpooler();
+        ASSERT_TRUE(StartJob());
+        spooler.Refuse(refusal.refused, ERROR_ACCESS_DENIED);
+        spooler.ServeJobStatus(refusal.status);
+        EXPECT_TRUE(End());
+        EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+        EXPECT_TRUE(log.Has(refusal.line));
+        EXPECT_EQ(refusal.commands, spooler.JobCommands());
+    }
+}
+
+TEST_F(JobOutcome, NeedsAPrinterAndAFreePort)
+{
+    spooler.Refuse(Spooler::OpenPrinter, ERROR_INVALID_PRINTER_NAME, 1);
+    EXPECT_FALSE(StartJob());
+    EXPECT_EQ(DWORD{ERROR_INVALID_PRINTER_NAME}, GetLastError());
+    EXPECT_TRUE(log.Has("krelIniPort::startDocPort: ERROR: Failed to OpenPrinter()."));
+    EXPECT_EQ(0, server->Connections(Channel::Data));
+
+    server->Refuse(Channel::Data);
+    EXPECT_FALSE(StartJob());
+    EXPECT_TRUE(log.Has("Failed to connect to 127.0.0.1, port " + std::to_string(server->Port()) + "."));
+    EXPECT_TRUE(log.Has("CSyncSocket::Connect: ERROR: Failed to connect."));
+    server->Welcome(Channel::Data);
+
+    // What a spooler leaves out: the name of the printer, the number of the job, the document's record.
+    EXPECT_TRUE(table->pfnStartDocPort(port, nullptr, 0, 2, nullptr));
+    EXPECT_EQ("NULL", spooler.Calls(Spooler::OpenPrinter).back().printerName);
+    EXPECT_TRUE(log.Has("{krelIniPort::startDocPort: printer=NULL, jobId=0, level=2"));
+    EXPECT_EQ(1, server->OpenConnections(Channel::Command));
+
+    // A start without an end: the old document goes, and the new one prints.
+    EXPECT_TRUE(StartJob());
+    EXPECT_TRUE(server->WaitFor([&] { return server->OpenConnections(Channel::Command) == 1; }));
+    EXPECT_EQ(1, spooler.OpenPrinters());
+    EXPECT_TRUE(table->pfnClosePort(port)) << "closing ends no document";
+    EXPECT_TRUE(Write({1}));
+    EXPECT_TRUE(End());
+    EXPECT_TRUE(End()) << "an idle port has nothing to end";
+    EXPECT_FALSE(Write({1}));
+    EXPECT_TRUE(log.Has("Data channel not setup."));
+    EXPECT_FALSE(Read(1));
+    EXPECT_TRUE(log.Has("Data or command channel not setup."));
+    EXPECT_FALSE(Query(1));
+    EXPECT_TRUE(log.Has("Command channel not setup."));
+}
+
+TEST_F(JobOutcome, KeepsThePortsSettingsStill)
+{
+    const auto change = [&] {
+        return OpenXcv(TEXT("card 1"))
+            .Send(TEXT("SetPortProperties"), PortRecord({}, TEXT("127.0.0.1"), server->Port()))
+            .result;
+    };
+    ASSERT_TRUE(StartJob());
+    EXPECT_EQ(DWORD{ERROR_BUSY}, change());
+    EXPECT_EQ(DWORD{ERROR_BUSY}, SetKeepAlive(TEXT("Card 1"), 1, 1));
+    ASSERT_TRUE(End());
+    EXPECT_EQ(0u, change());
+    ASSERT_TRUE(StartChannel());
+    EXPECT_EQ(0u, change()) << "a document in channel mode doesn't hold the port";
+    ASSERT_TRUE(End());
+}
+
+TEST_F(JobOutcome, WaitsForTheBusyMarkOfAnotherThread)
+{
+    auto& record = *static_cast<krelIniPort*>(port);
+    const krelPortCall inside(&record);
+    ASSERT_TRUE(record.LockPortForPrinting());
+    const DWORD before = GetTickCount();
+    EXPECT_FALSE(record.LockPortForPrinting());
+    EXPECT_GE(GetTickCount() - before, 4900u);
+    EXPECT_TRUE(log.Has("Failed to gain exclusive access to the port for printing."));
+    test_switches::SetTimeScale(0.2);
+    std::thread holder([&] { record.Cleanup(); });
+    EXPECT_TRUE(record.LockPortForPrinting()) << "the holder can't clear the mark while another waits for it";
+    holder.join();
+    record.Cleanup();
+}
+
+TEST_F(JobOutcome, IsReadBackByParallelReads)
+{
+    const Bytes back = SampleDocument(10);
+    server->Data().Accept().Send(SessionId(7)).Send(TransMode()).Send(back).ReceiveAll();
+    server->Command()
+        .Accept()
+        .AnswerVersion("1.10")
+        .AnswerBind(7)
+        .AnswerStartKeepAlives()
+        .AnswerStartNotifications(Lpq(0, kFinished))
+        .AnswerParallelRead(10)
+        .AnswerParallelRead(6)
+        .AnswerParallelRead(0)
+        .AwaitHangUp();
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(Read(4)) << "ten bytes are on offer";
+    EXPECT_EQ(4u, read);
+    EXPECT_EQ(Bytes(back.begin(), back.begin() + 4), readBack);
+    ASSERT_TRUE(Read(100));
+    EXPECT_EQ(6u, read);
+    EXPECT_TRUE(std::equal(back.begin() + 4, back.end(), readBack.begin()));
+    ASSERT_TRUE(Read(100));
+    EXPECT_EQ(0u, read);
+    EXPECT_TRUE(End());
+    EXPECT_EQ("", server->FirstStepNotPlayed());
+}
+
+TEST_F(JobOutcome, IsRestartedWhenAReadFails)
+{
+    server->FaultAt(Step::ParallelReadReply, Fault::Error(3), 1);
+    ASSERT_TRUE(StartJob());
+    EXPECT_FALSE(Read(10));
+    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+    EXPECT_TRUE(log.Has("krelIniPort::readPort: ERROR: Failed to initiate parallel read."));
+    EXPECT_EQ(Commands{JOB_CONTROL_RESTART}, spooler.JobCommands());
+    server->OfferParallelData(SampleDocument(5));
+    EXPECT_TRUE(Read(10)) << "an error in a reply leaves the link as it is";
+    EXPECT_EQ(5u, read);
+
+    // The server ends the data connection: first an empty read, then failures.
+    server->HangUp(Channel::Data);
+    ASSERT_TRUE(server->WaitFor([&] { return server->OpenConnections(Channel::Data) == 0; }));
+    server->FaultAt(Step::ParallelReadReply, Fault::Payload(U16(3)));
+    EXPECT_TRUE(Read(10));
+    EXPECT_EQ(0u, read);
+    EXPECT_FALSE(Read(10));
+    EXPECT_TRUE(log.Has("krelIniPort::readPort: ERROR: Failed to receive data from the printer."));
+    EXPECT_TRUE(End());
+}

@@ -1,0 +1,280 @@
+// Calls that overlap on one port: deletion and shutdown beside calls that are blocked, spooler calls that
+// block or come back.
+
+#include <atomic>
+
+#include "monitor/ini_port.h"
+#include "tests/support/printing_fixture.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
+using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
+
+namespace {
+
+class Overlap : public Printing {
+protected:
+    void SetUp() override
+    {
+        Printing::SetUp();
+        ServeByHand(Lpq(0, kReceivingData));
+    }
+
+    // Runs a call on a thread of its own, as the spooler does.
+    template <class Call>
+    void Beside(Call call)
+    {
+        thread = std::thread([this, call] { result = call() ? 1 : 0; });
+    }
+    // The call's result; -1 when it never came.
+    int Result()
+    {
+        if (thread.joinable())
+            thread.join();
+        return result;
+    }
+    // A read back that the server never answers.
+    void BlockAReader()
+    {
+        server->FaultAt(Step::ParallelReadReply, Fault::Drop());
+        Beside([this] { return Read(10); });
+        ASSERT_TRUE(server->WaitFor(EventKind::ParallelRead));
+    }
+    // The worker stands in SetJobW until the gate opens.
+    ::Gate StickTheWorker()
+    {
+        ::Gate gate = spooler.Block(Spooler::SetJob);
+        EXPECT_TRUE(server->Notify(Lpq(0, kCancelled)));
+        EXPECT_TRUE(gate.AwaitArrival());
+        return gate;
+    }
+    void ExpectDeadPort()
+    {
+        log.Clear();
+        EXPECT_FALSE(StartJob());
+        EXPECT_FALSE(Write({1}));
+        EXPECT_FALSE(Read(1));
+        EXPECT_FALSE(Query(5));
+        EXPECT_TRUE(End());
+        EXPECT_TRUE(log.Has("Data channel not setup."));
+        EXPECT_TRUE(log.Has("Data or command channel not setup."));
+        EXPECT_TRUE(log.Has("Command channel not setup."));
+    }
+
+    std::thread thread;
+    std::atomic<int> result{-1};
+};
+
+}  // namespace
+
+TEST_F(Overlap, DeletionFreesABlockedReader)
+{
+    ASSERT_TRUE(StartJob());
+    BlockAReader();
+    EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+    EXPECT_EQ(0, Result());
+    EXPECT_EQ(std::vector<std::string>{}, PortNames());
+    EXPECT_TRUE(log.WaitFor("}krelIniPort::~krelIniPort"));
+    EXPECT_EQ(0, spooler.OpenPrinters());
+    EXPECT_TRUE(server->WaitFor([&] { return server->OpenConnections(Channel::Data) == 0; }));
+    ExpectDeadPort();
+
+    // The name is free again, and the new port is another one.
+    const HANDLE old = port;
+    port = AddAndOpenPort(TEXT("Card 1"), TEXT("127.0.0.1"), server->Port());
+    EXPECT_NE(old, port);
+    ASSERT_TRUE(StartJob());
+    EXPECT_TRUE(End());
+}
+
+TEST_F(Overlap, DeletionFreesAWriterThatNobodyReads)
+{
+    server->FaultAt(Step::DataMiddle, Fault::Silence().AfterBytes(1000));
+    ASSERT_TRUE(StartJob());
+    Beside([this] { return Write(SampleDocument(64 << 20)); });
+    ASSERT_TRUE(server->WaitFor(EventKind::FaultPlayed));
+    EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+    EXPECT_EQ(0, Result());
+    EXPECT_EQ(std::vector<DWORD>{JOB_CONTROL_RESTART}, spooler.JobCommands());
+    ExpectDeadPort();
+}
+
+TEST_F(Overlap, DeletionAndShutdownFreeAHangingStart)
+{
+    for (const bool shutdown : {false, true}) {
+        for (const Channel hanging : {Channel::Data, Channel::Command}) {
+            SCOPED_TRACE(std::string(NameOf(hanging)) + (shutdown ? ", shutdown" : ", deletion"));
+            server->Hang(hanging);
+            log.Clear();
+            Beside([this] { return StartJob(); });
+            ASSERT_TRUE(
+                log.WaitFor(hanging == Channel::Data ? "{CDataChannel::Open" : "{CCommandChannel::Open"));
+            ASSERT_TRUE(log.WaitFor("{CSyncSocket::Connect"));
+            if (shutdown)
+                Shutdown();
+            else
+                EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+            EXPECT_EQ(0, Result());
+            EXPECT_EQ(0, spooler.OpenPrinters());
+            server->Welcome(hanging);
+            if (shutdown)
+                Start();
+            else
+                port = AddAndOpenPort(TEXT("Card 1"), TEXT("127.0.0.1"), server->Port());
+            port = OpenPort(TEXT("Card 1"));
+            ASSERT_NE(nullptr, port);
+            ASSERT_EQ(0u, SetKeepAlive(TEXT("Card 1"), 5, kPatientTimeout));
+        }
+    }
+}
+
+TEST_F(Overlap, ShutdownFreesABlockedReaderAndWaitsForIt)
+{
+    ASSERT_TRUE(StartJob());
+    BlockAReader();
+    Shutdown();
+    EXPECT_NE(-1, result) << "shutdown came back before the call";
+    EXPECT_EQ(0, Result());
+}
+
+TEST_F(Overlap, OtherPortsAndEnumerationDontWaitForAStalledPort)
+{
+    ASSERT_TRUE(StartJob());
+    BlockAReader();
+    EXPECT_EQ(std::vector<std::string>{"Card 1"}, PortNames());
+    EXPECT_EQ(port, OpenPort(TEXT("card 1")));
+    const HANDLE other = AddAndOpenPort(TEXT("Card 2"), TEXT("127.0.0.1"), server->Port());
+    EXPECT_TRUE(table->pfnClosePort(other));
+    EXPECT_EQ(DWORD{ERROR_BUSY}, SetKeepAlive(TEXT("Card 1"), 1, 1));
+    server->Reset(Channel::Command);
+    EXPECT_EQ(0, Result());
+    EXPECT_TRUE(End());
+}
+
+TEST_F(Overlap, QueriesOfTwoThreadsEachGetTheirOwnAnswer)
+{
+    ASSERT_TRUE(StartChannel());
+    std::vector<std::thread> callers;
+    std::atomic<int> wrong{0};
+    for (DWORD caller = 1; caller <= 4; ++caller) {
+        callers.emplace_back([&, caller] {
+            for (DWORD round = 0; round < 50; ++round) {
+                WCHAR input[] = {static_cast<WCHAR>(caller), static_cast<WCHAR>(round)};
+                WCHAR output[2] = {};
+                DWORD size = 0;
+                const BOOL done =
+                    table->pfnGetPrinterDataFromPort(port, caller, nullptr, input, 4, output, 4, &size);
+                if (!done || size != 4 || output[0] != input[0] || output[1] != input[1])
+                    ++wrong;
+            }
+        });
+    }
+    for (std::thread& caller : callers)
+        caller.join();
+    EXPECT_EQ(0, wrong);
+    EXPECT_EQ(1, server->Connections(Channel::Command)) << "two first queries made two channels";
+    EXPECT_TRUE(End());
+}
+
+TEST_F(Overlap, AQueryGoesThroughBesideAReadThatWaitsForData)
+{
+    server->FaultAt(Step::ParallelReadReply, Fault::Payload(U16(5)));
+    ASSERT_TRUE(StartJob());
+    Beside([this] { return Read(10); });
+    ASSERT_TRUE(log.WaitFor("{CDataChannel::Receive"));
+    EXPECT_TRUE(Query(5));
+    ASSERT_TRUE(server->Push(Channel::Data, Bytes{1, 2, 3, 4, 5}));
+    EXPECT_EQ(1, Result());
+    EXPECT_EQ(5u, read);
+    ASSERT_TRUE(Learns(Lpq(0, kFinished)));
+    EXPECT_TRUE(End());
+}
+
+TEST_F(Overlap, DeletionDoesNotWaitForAWorkerInTheSpooler)
+{
+    ASSERT_TRUE(StartJob());
+    const ::Gate gate = StickTheWorker();
+    const DWORD before = GetTickCount();
+    EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+    EXPECT_LT(GetTickCount() - before, 9000u);
+    EXPECT_EQ(std::vector<std::string>{}, PortNames());
+    EXPECT_EQ(1, spooler.OpenPrinters()) << "the worker still uses it";
+    gate.Open();
+    EXPECT_TRUE(log.WaitFor("}krelIniPort::~krelIniPort"));
+    EXPECT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
+    EXPECT_EQ(0, spooler.OpenPrinters());
+}
+
+TEST_F(Overlap, AWorkerThatOutlivesTheWaitForItFindsNothingDestroyed)
+{
+    ASSERT_TRUE(StartJob());
+    const ::Gate gate = StickTheWorker();
+    ASSERT_TRUE(StartJob(8)) << "the next document doesn't wait longer than ten seconds";
+    EXPECT_EQ(2, spooler.OpenPrinters());
+    gate.Open();
+    ASSERT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
+    EXPECT_EQ(1, spooler.OpenPrinters());
+    const auto calls = spooler.Calls(Spooler::GetJob);
+    EXPECT_EQ(7u, calls.back().jobId) << "the old worker looks at its own job";
+    ASSERT_TRUE(Learns(Lpq(0, kFinished)));
+    EXPECT_TRUE(End());
+}
+
+TEST_F(Overlap, ShutdownLeavesAPortToAWorkerThatIsStuck)
+{
+    ASSERT_TRUE(StartJob());
+    const ::Gate gate = StickTheWorker();
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_ignore_object(port);
+#endif
+    const DWORD before = GetTickCount();
+    Shutdown();
+    EXPECT_GE(GetTickCount() - before, 9900u);
+    gate.Open();
+    EXPECT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
+}
+
+TEST_F(Overlap, SpoolerCallsMayComeBackIntoTheMonitor)
+{
+    const auto callBack = [this] {
+        HANDLE found = nullptr;
+        EXPECT_TRUE(table->pfnOpenPort(monitor, const_cast<LPWSTR>(TEXT("Card 1")), &found));
+        EXPECT_EQ(port, found);
+        DWORD needed = 0;
+        DWORD count = 0;
+        EXPECT_FALSE(table->pfnEnumPorts(monitor, nullptr, 2, nullptr, 0, &needed, &count));
+        EXPECT_EQ(DWORD{ERROR_BUSY}, SetKeepAlive(TEXT("Card 1"), 1, 1));
+    };
+    spooler.Before(Spooler::GetJob, callBack);
+    spooler.Before(Spooler::SetJob, callBack);
+    spooler.Before(Spooler::OpenPrinter, callBack);
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+    ASSERT_TRUE(log.WaitFor("}krelIniPort::CancelCurrentPrintJob"));
+    EXPECT_TRUE(End());
+    EXPECT_EQ((std::vector<DWORD>{JOB_CONTROL_DELETE, JOB_CONTROL_SENT_TO_PRINTER}), spooler.JobCommands());
+}
+
+TEST_F(Overlap, APortMayBeDeletedFromInsideItsOwnCall)
+{
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(Learns(Lpq(0, kFinished)));
+    spooler.Before(Spooler::SetJob, [this] { EXPECT_EQ(0u, DeletePort(TEXT("Card 1"))); });
+    EXPECT_TRUE(End());
+    EXPECT_EQ(1, log.Count("}krelIniPort::~krelIniPort"));
+    ExpectDeadPort();
+}
+
+// On the worker's own thread nobody can wait for the worker.
+TEST_F(Overlap, APortMayBeDeletedByItsOwnWorker)
+{
+    ASSERT_TRUE(StartJob());
+    spooler.Before(Spooler::SetJob, [this] { EXPECT_EQ(0u, DeletePort(TEXT("Card 1"))); });
+    ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+    EXPECT_TRUE(log.WaitFor("}krelIniPort::~krelIniPort"));
+    EXPECT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
+    spooler.Before(Spooler::SetJob, nullptr);
+    ExpectDeadPort();
+}

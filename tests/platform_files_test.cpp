@@ -1,0 +1,262 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "platform/platform.h"
+#include "platform/posix/test_switches.h"
+#include "platform/posix/utf.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Each test works in a folder of its own.
+class PlatformFiles : public testing::Test {
+protected:
+    PlatformFiles()
+    {
+        std::string pattern = (fs::temp_directory_path() / "platform_test_XXXXXX").string();
+        folder = mkdtemp(pattern.data());
+    }
+    ~PlatformFiles() override
+    {
+        test_switches::Reset();
+        fs::remove_all(folder);
+    }
+    std::string Path(const std::string& name) const { return folder / name; }
+    HANDLE Open(const std::string& name, DWORD disposition = OPEN_ALWAYS,
+                SECURITY_ATTRIBUTES* security = nullptr, DWORD share = FILE_SHARE_READ) const
+    {
+        return CreateFileW(ToUtf16(Path(name)).c_str(), GENERIC_WRITE, share, security, disposition, 0,
+                           nullptr);
+    }
+    std::string Content(const std::string& name) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(Path(name), std::ios::binary).rdbuf();
+        return text.str();
+    }
+    void Make(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(Path(name), std::ios::binary) << content;
+    }
+    mode_t Mode(const std::string& name) const
+    {
+        struct stat status {};
+        stat(Path(name).c_str(), &status);
+        return status.st_mode & 07777;
+    }
+    std::u16string Profile(const std::string& content, LPCWSTR key = TEXT("Name"), DWORD size = 2048) const
+    {
+        Make("Farlink.ini", content);
+        std::u16string value(size + 1, u'?');
+        const DWORD length = GetPrivateProfileStringW(TEXT("Farlink"), key, TEXT("default \t"), value.data(),
+                                                      size, ToUtf16(Path("Farlink.ini")).c_str());
+        EXPECT_EQ(0, value[length]);
+        EXPECT_EQ(u'?', value[size]);
+        value.resize(length);
+        return value;
+    }
+
+    fs::path folder;
+};
+
+void Write(HANDLE file, const std::string& text)
+{
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr));
+    EXPECT_EQ(text.size(), written);
+}
+
+TEST_F(PlatformFiles, PositionsMoveAndTheEndIsCut)
+{
+    Make("log", "0123456789");
+    const HANDLE file = Open("log");
+    ASSERT_NE(INVALID_HANDLE_VALUE, file);
+    EXPECT_EQ(10u, GetFileSize(file, nullptr));
+    EXPECT_EQ(10u, SetFilePointer(file, 0, nullptr, FILE_END));
+    Write(file, "abcdef");
+    EXPECT_EQ(12u, SetFilePointer(file, -4, nullptr, FILE_CURRENT));
+    EXPECT_TRUE(SetEndOfFile(file));
+    EXPECT_EQ(2u, SetFilePointer(file, 2, nullptr, FILE_BEGIN));
+    Write(file, "XY");
+    EXPECT_EQ("01XY456789ab", Content("log"));
+
+    EXPECT_EQ(INVALID_SET_FILE_POINTER, SetFilePointer(file, -5, nullptr, FILE_CURRENT));
+    EXPECT_EQ(ERROR_NEGATIVE_SEEK, GetLastError());
+    LONG high = 1;
+    EXPECT_EQ(5u, SetFilePointer(file, 5, &high, FILE_BEGIN));
+    EXPECT_EQ(INVALID_SET_FILE_POINTER, SetFilePointer(file, 0, nullptr, FILE_CURRENT));
+    EXPECT_TRUE(SetEndOfFile(file));  // a hole, no data
+    DWORD sizeHigh = 0;
+    EXPECT_EQ(5u, GetFileSize(file, &sizeHigh));
+    EXPECT_EQ(1u, sizeHigh);
+
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_EQ(INVALID_FILE_SIZE, GetFileSize(file, nullptr));
+    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+}
+
+TEST_F(PlatformFiles, WhatIsMissingIsNamed)
+{
+    EXPECT_EQ(INVALID_HANDLE_VALUE, Open("none", OPEN_EXISTING));
+    EXPECT_EQ(ERROR_FILE_NOT_FOUND, GetLastError());
+    EXPECT_EQ(INVALID_HANDLE_VALUE, Open("no folder/none"));
+    EXPECT_EQ(ERROR_PATH_NOT_FOUND, GetLastError());
+}
+
+TEST_F(PlatformFiles, ASecondWriterIsRefusedAndTheRefusalHarmsNothing)
+{
+    const HANDLE first = Open("log");
+    Write(first, "line");
+    EXPECT_EQ(INVALID_HANDLE_VALUE, Open("log", CREATE_ALWAYS));
+    EXPECT_EQ(ERROR_SHARING_VIOLATION, GetLastError());
+    EXPECT_EQ("line", Content("log"));
+
+    // A process forked meanwhile shares the descriptor, and does not keep the file locked.
+    int wait[2];
+    ASSERT_EQ(0, pipe(wait));
+    const pid_t child = fork();
+    if (child == 0) {
+        char byte = 0;
+        close(wait[1]);
+        (void)!read(wait[0], &byte, 1);
+        _exit(0);
+    }
+    CloseHandle(first);
+    const HANDLE second = Open("log", OPEN_ALWAYS, nullptr, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_NE(INVALID_HANDLE_VALUE, second);
+    const HANDLE third = Open("log", OPEN_ALWAYS, nullptr, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_NE(INVALID_HANDLE_VALUE, third);
+    CloseHandle(second);
+    CloseHandle(third);
+    CloseHandle(Open("log", CREATE_ALWAYS));
+    EXPECT_EQ("", Content("log"));
+    close(wait[0]);
+    close(wait[1]);
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(PlatformFiles, OnlyRegularFilesAreOpened)
+{
+    Make("victim", "precious");
+    fs::create_symlink(Path("victim"), Path("link"));
+    fs::create_symlink(Path("missing"), Path("dangling"));
+    fs::create_directory(Path("folder"));
+    ASSERT_EQ(0, mkfifo(Path("pipe").c_str(), 0600));
+    for (const std::string name : {"link", "dangling", "folder", "pipe", "../../../dev/null"}) {
+        SCOPED_TRACE(name);
+        SetLastError(0);
+        EXPECT_EQ(INVALID_HANDLE_VALUE, Open(name, CREATE_ALWAYS));
+        EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+    }
+    EXPECT_EQ("precious", Content("victim"));
+    EXPECT_FALSE(fs::exists(Path("missing")));
+}
+
+// A descriptor made as the log writer makes it, with the given rights for S-1-1-<subAuthority>.
+struct CDescriptor {
+    CDescriptor(DWORD rights, DWORD subAuthority)
+    {
+        SID_IDENTIFIER_AUTHORITY world = {{0, 0, 0, 0, 0, 1}};
+        EXPECT_TRUE(AllocateAndInitializeSid(&world, 1, subAuthority, 0, 0, 0, 0, 0, 0, 0, &sid));
+        EXPLICIT_ACCESSW access{};
+        access.grfAccessPermissions = rights;
+        access.grfAccessMode = SET_ACCESS;
+        access.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+        access.Trustee.ptstrName = static_cast<LPWSTR>(sid);
+        EXPECT_EQ(ERROR_SUCCESS, SetEntriesInAclW(1, &access, nullptr, &list));
+        descriptor = LocalAlloc(LPTR, SECURITY_DESCRIPTOR_MIN_LENGTH);
+        EXPECT_FALSE(InitializeSecurityDescriptor(descriptor, 2));
+        EXPECT_TRUE(InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION));
+        EXPECT_TRUE(SetSecurityDescriptorDacl(descriptor, TRUE, list, FALSE));
+        attributes = {sizeof attributes, descriptor, FALSE};
+    }
+    ~CDescriptor()
+    {
+        FreeSid(sid);
+        LocalFree(list);
+        LocalFree(descriptor);
+    }
+    PSID sid = nullptr;
+    PACL list = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    SECURITY_ATTRIBUTES attributes{};
+};
+
+TEST_F(PlatformFiles, ANewFileGetsTheAccessAskedForAndAnOldOneKeepsItsOwn)
+{
+    CDescriptor everyone(GENERIC_ALL, 0);
+    CDescriptor readers(GENERIC_READ, 0);
+    CDescriptor somebodyElse(GENERIC_ALL, 1);
+    const struct {
+        const char* name;
+        SECURITY_ATTRIBUTES* attributes;
+        mode_t mode;
+    } cases[] = {{"all", &everyone.attributes, 0666},
+                 {"read", &readers.attributes, 0644},
+                 {"else", &somebodyElse.attributes, 0600},
+                 {"none", nullptr, 0600},
+                 {"none", &everyone.attributes, 0600}};
+    const mode_t umaskBefore = umask(0077);
+    for (const auto& [name, attributes, mode] : cases) {
+        CloseHandle(Open(name, OPEN_ALWAYS, attributes));
+        EXPECT_EQ(mode, Mode(name)) << name;
+    }
+    umask(umaskBefore);
+    CloseHandle(Open("none", OPEN_EXISTING, &everyone.attributes));
+    EXPECT_EQ(mode_t{0600}, Mode("none"));
+}
+
+TEST_F(PlatformFiles, ProfileValuesAreFoundInAllKindsOfFiles)
+{
+    using namespace std::string_literals;
+    const struct {
+        std::string content;
+        std::u16string expected;
+    } cases[] = {
+        {"", u"default"},
+        {"[Farlink]\nName=plain", u"plain"},
+        {"[fARLINK]\r\n  nAME\t=  blanks around \t\r\nName=second\r\n", u"blanks around"},
+        {"[Other]\nName=wrong\n[Farlink]\n;Name=comment\nName=right ; stays\n", u"right ; stays"},
+        {"[Farlink]\rName=mac\rDescription=x", u"mac"},
+        {"[Farlink]\nName=\"  quoted \"", u"  quoted "},
+        {"[Farlink]\nName='\"nested\"'", u"\"nested\""},
+        {"[Farlink]\nName=\"", u"\""},
+        {"[Farlink]\nName=", u""},
+        {"[Farlink]\nName", u"default"},
+        {"Name=outside\n[Farlink]\n[Name]\nName=inside another\n", u"default"},
+        {"[Farlink\nName=unclosed", u"default"},
+        {"]\n[]\n=\n[ Farlink ]\nName=a=b", u"a=b"},
+        {"[Farlink]\n[Other]\n[Farlink]\nName=continued", u"continued"},
+        {"\xEF\xBB\xBF[Farlink]\nName=\xC3\xA4", u"\u00E4"},
+        {"[Farlink]\nName=\xE4", u"\uFFFD"},
+        {"[Farlink]\nName=a\0b\nDescription=x"s, u"a\uFFFDb"},
+        {"\xFF\xFE[\0F\0a\0r\0l\0i\0n\0k\0]\0\n\0N\0a\0m\0e\0=\0\xE4\0\x42\x30\n"s, u"\u00E4\u3042"},
+        {"\xFE\xFF\0[\0F\0a\0r\0l\0i\0n\0k\0]\0\n\0N\0a\0m\0e\0=\0\xE4"s, u"\u00E4"},
+        {"\xFF", u"default"},
+        {";" + std::string(2 << 20, 'x') + "\n[Farlink]\nName=too far", u"default"},
+        {"[Farlink]\nName=" + std::string(3000, 'x'), std::u16string(2047, u'x')},
+    };
+    for (const auto& [content, expected] : cases) {
+        SCOPED_TRACE(content.substr(0, 60));
+        EXPECT_EQ(expected, Profile(content));
+    }
+    EXPECT_EQ(u"lon", Profile("[Farlink]\nName=long", TEXT("Name"), 4));
+    EXPECT_EQ(u"default", Profile("[Farlink]\nName=x", nullptr));
+
+    WCHAR value[32];
+    ASSERT_EQ(0, mkfifo(Path("pipe").c_str(), 0600));
+    for (const std::string name : {"missing", "", "pipe"}) {
+        EXPECT_EQ(1u, GetPrivateProfileStringW(TEXT("Farlink"), TEXT("Name"), TEXT("d"), value, 32,
+                                               ToUtf16(Path(name)).c_str()));
+    }
+}
+
+}  // namespace

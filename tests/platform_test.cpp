@@ -1,0 +1,181 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "platform/platform.h"
+#include "platform/posix/test_switches.h"
+#include "platform/posix/utf.h"
+
+namespace {
+
+class Platform : public testing::Test {
+protected:
+    ~Platform() override { test_switches::Reset(); }
+};
+
+TEST_F(Platform, EventsKeepOrLoseTheirSignal)
+{
+    const HANDLE manual = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE automatic = CreateEventW(nullptr, FALSE, TRUE, nullptr);
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(manual, 0));
+    EXPECT_TRUE(SetEvent(manual));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(manual, 0));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(manual, INFINITE));
+    EXPECT_TRUE(ResetEvent(manual));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(manual, 1));
+
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(automatic, 0));
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(automatic, 0));
+
+    EXPECT_TRUE(CloseHandle(manual));
+    EXPECT_TRUE(CloseHandle(automatic));
+    for (const HANDLE bad : {HANDLE{nullptr}, INVALID_HANDLE_VALUE, manual}) {
+        SetLastError(0);
+        EXPECT_FALSE(CloseHandle(bad));
+        EXPECT_EQ(WAIT_FAILED, WaitForSingleObject(bad, 0));
+        EXPECT_FALSE(SetEvent(bad));
+        EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+    }
+}
+
+struct Worker {
+    HANDLE exitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::atomic<DWORD> id{0};
+    std::atomic<bool> left{false};
+
+    static DWORD Run(LPVOID argument)
+    {
+        auto* self = static_cast<Worker*>(argument);
+        self->id = GetCurrentThreadId();
+        WaitForSingleObject(self->exitEvent, INFINITE);
+        self->left = true;
+        return 0;
+    }
+};
+
+TEST_F(Platform, AThreadIsSignalledWhenItHasEnded)
+{
+    Worker worker;
+    DWORD id = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, &Worker::Run, &worker, 0, &id);
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(thread, 5));
+    EXPECT_FALSE(SetEvent(thread));
+    EXPECT_TRUE(SetEvent(worker.exitEvent));
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, INFINITE));
+    EXPECT_TRUE(worker.left);
+    EXPECT_EQ(worker.id, id);
+    EXPECT_NE(GetCurrentThreadId(), id);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 0));
+    EXPECT_TRUE(CloseHandle(thread));
+    EXPECT_TRUE(CloseHandle(worker.exitEvent));
+}
+
+// A handle may be closed while its thread runs, and while another thread waits on it.
+TEST_F(Platform, AClosedThreadHandleLeavesTheThreadAndItsWaitersAlone)
+{
+    Worker worker;
+    const HANDLE thread = CreateThread(nullptr, 0, &Worker::Run, &worker, 0, nullptr);
+    std::atomic<bool> waiting{false};
+    std::thread waiter([&] {
+        waiting = true;
+        WaitForSingleObject(thread, INFINITE);
+    });
+    while (!waiting)
+        std::this_thread::yield();
+    EXPECT_TRUE(CloseHandle(thread));
+    EXPECT_FALSE(worker.left);
+    EXPECT_TRUE(SetEvent(worker.exitEvent));
+    waiter.join();
+    while (!worker.left)
+        std::this_thread::yield();
+    EXPECT_TRUE(CloseHandle(worker.exitEvent));
+}
+
+TEST_F(Platform, OneScaleHoldsForSleepWaitsAndTicks)
+{
+    using Clock = std::chrono::steady_clock;
+    test_switches::SetTimeScale(0.001);
+    test_switches::SetTickCount(0xFFFFFFF0);  // and the count wraps on the way
+    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto begin = Clock::now();
+    const DWORD firstTick = GetTickCount();
+    Sleep(30000);
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(event, 30000));
+    const DWORD ticks = GetTickCount() - firstTick;
+    EXPECT_GE(ticks, 59990u);
+    EXPECT_LT(GetTickCount(), 0x80000000u);
+    const auto real = Clock::now() - begin;
+    EXPECT_GE(real, std::chrono::milliseconds(60));
+    EXPECT_LT(real, std::chrono::seconds(30));
+    CloseHandle(event);
+
+    // A change of scale makes no jump.
+    const DWORD before = GetTickCount();
+    test_switches::SetTimeScale(1);
+    EXPECT_LT(GetTickCount() - before, 1000000u);
+}
+
+TEST_F(Platform, OrderedFailuresComeWhenTheyAreDue)
+{
+    test_switches::FailCall("CreateEventW", 8, 1, 2);
+    test_switches::CountCalls("CreateEventW");
+    const auto make = [] {
+        SetLastError(0);
+        const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        if (event != nullptr)
+            CloseHandle(event);
+        return event != nullptr;
+    };
+    EXPECT_TRUE(make());
+    EXPECT_FALSE(make());
+    EXPECT_EQ(8u, GetLastError());
+    EXPECT_FALSE(make());
+    EXPECT_TRUE(make());
+    EXPECT_EQ(4, test_switches::CallsCounted("CreateEventW"));
+    test_switches::FailCall("CreateEventW", 8);
+    test_switches::Reset();
+    EXPECT_TRUE(make());
+    EXPECT_EQ(0, test_switches::CallsCounted("CreateEventW"));
+}
+
+TEST_F(Platform, ComparisonsFoldCaseAsFarAsTheirPlatformNamesakes)
+{
+    EXPECT_EQ(0, lstrcmpiW(u"\u00C4rger \u0416", u"\u00E4RGER \u0436"));
+    EXPECT_NE(0, _wcsicmp(u"\u00C4", u"\u00E4"));
+    EXPECT_EQ(0, _wcsicmp(u"Farlink[", u"fARLINK["));
+    EXPECT_LT(lstrcmpiW(u"port", u"Port 2"), 0);
+    EXPECT_GT(_wcsicmp(u"b", u"A"), 0);
+    EXPECT_EQ(0, lstrlenW(nullptr));
+}
+
+TEST_F(Platform, BrokenTextBecomesTheReplacementCharacter)
+{
+    const struct {
+        const char* utf8;
+        const char16_t* utf16;
+    } broken[] = {
+        {"\x80", u"\uFFFD"},
+        {"\xC0\xAF", u"\uFFFD\uFFFD"},
+        {"\xE0\x80\x80", u"\uFFFD"},      // overlong
+        {"\xED\xA0\x80x", u"\uFFFDx"},    // a surrogate
+        {"\xF4\x90\x80\x80", u"\uFFFD"},  // beyond the last code
+        {"\xE2\x82", u"\uFFFD"},          // cut off
+        {"\xE2(\xE2", u"\uFFFD(\uFFFD"},
+    };
+    for (const auto& [utf8, utf16] : broken)
+        EXPECT_EQ(utf16, ToUtf16(utf8));
+    const std::u16string whole = u"a\u00E4\u20AC\U0001F5A8";
+    EXPECT_EQ("a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x96\xA8", ToUtf8(whole));
+    EXPECT_EQ(whole, ToUtf16(ToUtf8(whole)));
+    const char16_t lone[] = {0xDC00, u'a', 0xD800, 0};
+    EXPECT_EQ(
+        "\xEF\xBF\xBD"
+        "a"
+        "\xEF\xBF\xBD",
+        ToUtf8(lone));
+}
+
+}  // namespace
