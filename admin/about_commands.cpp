@@ -1,6 +1,5 @@
 #include "admin/record_io.h"
 #include "admin/xcv_handler.h"
-#include "diagnostics/function_trace.h"
 #include "diagnostics/module_file.h"
 #include "monitor/display_names.h"
 
@@ -32,8 +31,6 @@ WideString AboutText()
 
 DWORD krelPortMonitorXcvHandler::getMonitorUI(const krelXcvBuffers& buffers)
 {
-    CFunctionTrace trace("krelPortMonitorXcvHandler::getMonitorUI");
-
     const WideString library = ModuleBaseName() + TEXT("UI.dll");
     StoreNeeded(buffers, SizeInBytes(library));
     if (buffers.outputSize < SizeInBytes(library))
@@ -46,8 +43,6 @@ DWORD krelPortMonitorXcvHandler::getMonitorUI(const krelXcvBuffers& buffers)
 
 DWORD krelPortMonitorXcvHandler::xcvGetAboutString(const krelXcvBuffers& buffers)
 {
-    CFunctionTrace trace("krelPortMonitorXcvHandler::xcvGetAboutString");
-
     const WideString text = AboutText();
     if (buffers.outputSize < SizeInBytes(text)) {
         StoreNeeded(buffers, SizeInBytes(text));

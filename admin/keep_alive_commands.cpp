@@ -45,10 +45,17 @@ DWORD krelPortMonitorXcvHandler::ChangeKeepAlive(krelIniPort& port, const krelXc
     settings.keepAlivePeriod = values.keepAlivePeriod;
     settings.keepAliveTimeout = values.keepAliveTimeout;
     port.SetSettings(settings);
+    StoreKeepAlive(values);
+    return ERROR_SUCCESS;
+}
+
+// What becomes of it concerns nobody, memory that runs out included: the port has its new values.
+void krelPortMonitorXcvHandler::StoreKeepAlive(const krelXcvKeepAliveValues& values) noexcept
+try {
     krelMonRegistryAgent registry(monitor);
     (void)registry.setPortDwordValue(portName, TEXT("Keep Alive Msg Interval"), values.keepAlivePeriod);
     (void)registry.setPortDwordValue(portName, TEXT("Keep Alive Timeout"), values.keepAliveTimeout);
-    return ERROR_SUCCESS;
+} catch (...) {
 }
 
 DWORD krelPortMonitorXcvHandler::xcvGetKeepAliveValues(const krelXcvBuffers& buffers)

@@ -4,7 +4,6 @@
 #include "admin/registry_agent.h"
 #include "admin/revert_to_printer_self.h"
 #include "admin/xcv_handler.h"
-#include "diagnostics/function_trace.h"
 #include "monitor/ini_port.h"
 #include "monitor/port_monitor.h"
 
@@ -29,8 +28,6 @@ std::optional<WideString> ReadText(const krelXcvBuffers& buffers)
 
 DWORD krelPortMonitorXcvHandler::xcvAddPort(const krelXcvBuffers& buffers)
 {
-    CFunctionTrace trace("krelPortMonitorXcvHandler::xcvAddPort");
-
     krelXcvPortData record;
     if (!ReadRecord(buffers, &record))
         return ERROR_INVALID_PARAMETER;
@@ -58,7 +55,14 @@ DWORD krelPortMonitorXcvHandler::RegisterPort(const krelXcvPortData& record)
     const krelIniPort* port = monitor.CreatePortEntry(record.portName, record.server, record.portNumber);
     if (port == nullptr)
         return ERROR_ACCESS_DENIED;
-    if (krelMonRegistryAgent(monitor).addPortToRegistry(*port))
+    bool isStored = false;
+    try {
+        isStored = krelMonRegistryAgent(monitor).addPortToRegistry(*port);
+    } catch (...) {
+        monitor.deletePortEntry(record.portName);
+        throw;
+    }
+    if (isStored)
         return ERROR_SUCCESS;
     monitor.deletePortEntry(record.portName);
     return ERROR_ACCESS_DENIED;

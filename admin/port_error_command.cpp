@@ -34,6 +34,8 @@ DWORD krelPortMonitorXcvHandler::xcvGetPortError(const krelXcvBuffers& buffers)
     StoreNeeded(buffers, sizeof(query));
     if (buffers.outputSize < sizeof(query))
         return ERROR_INSUFFICIENT_BUFFER;
+    if (buffers.output == nullptr)
+        return ERROR_INVALID_PARAMETER;
     if (!ReadRecord(buffers, &query) || query.version != kXcvRecordVersion || query.kind != kPortErrorQuery)
         return ERROR_INVALID_PARAMETER;
 

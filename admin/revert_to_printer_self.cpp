@@ -2,6 +2,17 @@
 
 #include "diagnostics/function_trace.h"
 
+namespace {
+
+// Through void*: the platform's FARPROC has a signature of its own.
+template <class Function>
+Function FindFunction(HMODULE module, LPCSTR name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+}
+
+}  // namespace
+
 krelRevertToPrinterSelf::krelRevertToPrinterSelf()
 {
     CFunctionTrace trace("krelRevertToPrinterSelf::krelRevertToPrinterSelf");
@@ -11,14 +22,13 @@ krelRevertToPrinterSelf::krelRevertToPrinterSelf()
         trace.Fail("Unable to load spoolss.dll");
         return;
     }
-    revertToPrinterSelf =
-        reinterpret_cast<decltype(revertToPrinterSelf)>(GetProcAddress(module, "RevertToPrinterSelf"));
+    revertToPrinterSelf = FindFunction<decltype(revertToPrinterSelf)>(module, "RevertToPrinterSelf");
     if (revertToPrinterSelf == nullptr) {
         trace.Fail("Failed to get address of RevertToPrinterSelf()");
         return;
     }
-    impersonatePrinterClient = reinterpret_cast<decltype(impersonatePrinterClient)>(
-        GetProcAddress(module, "ImpersonatePrinterClient"));
+    impersonatePrinterClient =
+        FindFunction<decltype(impersonatePrinterClient)>(module, "ImpersonatePrinterClient");
     if (impersonatePrinterClient == nullptr) {
         trace.Fail("Failed to get address of ImpersonatePrinterClient()");
         return;

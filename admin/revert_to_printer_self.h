@@ -4,7 +4,7 @@
 
 // Runs a stretch of a command under the spooler's own identity: the constructor drops the client's
 // identity on the calling thread, the destructor takes it up again. Opened inside the monitor's
-// `section` and ended before it is left. Without the spooler's library the stretch runs as the client,
+// `changes` and ended before that is left. Without the spooler's library the stretch runs as the client,
 // and meets what the client may not do as failed registry calls.
 class krelRevertToPrinterSelf {
 public:

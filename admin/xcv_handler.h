@@ -25,13 +25,14 @@ public:
     krelPortMonitorXcvHandler(krelPortMonitor& owner, LPCWSTR object, ACCESS_MASK access);
 
     DWORD XcvDataPort(LPCWSTR pszDataName, const krelXcvBuffers& buffers);
-    // The session's last call; the entry function frees the object afterwards.
-    void xcvClosePort();
+    // The session's last line in the log; the entry function frees the object afterwards, if there is one.
+    static void xcvClosePort();
 
 private:
     struct Command {
         LPCWSTR name;
         bool needsAdminister;
+        const char* scopeName;  // null: runs in the dispatcher's scope alone
         DWORD (krelPortMonitorXcvHandler::*run)(const krelXcvBuffers& buffers);
     };
     static const Command commands[];
@@ -57,6 +58,7 @@ private:
     DWORD RegisterPort(const krelXcvPortData& record);
     DWORD ChangeServer(krelIniPort& port, const krelXcvPortData& record);
     DWORD ChangeKeepAlive(krelIniPort& port, const krelXcvKeepAliveValues& values);
+    void StoreKeepAlive(const krelXcvKeepAliveValues& values) noexcept;
     bool IsOpenOnMonitor() const;
 
     WCHAR portName[67];

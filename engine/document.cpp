@@ -29,6 +29,8 @@ bool IsFinal(LONG boundJobState)
 
 CPrinterHandle::~CPrinterHandle()
 {
+    if (!handle)
+        return;
     const DWORD lastError = GetLastError();
     (void)ClosePrinter(handle);
     SetLastError(lastError);
@@ -88,6 +90,7 @@ bool krelIniPort::LockPortForPrinting()
             CLockScope busy(section);
             if (!lockedForPrinting) {
                 lockedForPrinting = true;
+                ++marksTaken;
                 return true;
             }
         }
@@ -109,12 +112,13 @@ void krelIniPort::BeginDocument(DWORD newJobId, bool inChannelMode)
 // that failure; a job without a number says nothing about it.
 bool krelIniPort::OpenDocumentPrinter(LPCWSTR printerName)
 {
-    HANDLE opened = nullptr;
-    if (!OpenPrinterW(const_cast<LPWSTR>(printerName), &opened, nullptr))
+    auto opened = std::make_shared<CPrinterHandle>();
+    if (!OpenPrinterW(const_cast<LPWSTR>(printerName), &opened->handle, nullptr)) {
+        opened->handle = nullptr;
         return false;
-    auto held = std::make_shared<CPrinterHandle>(opened);
+    }
     CLockScope state(stateSection);
-    printer = std::move(held);
+    opened.swap(printer);
     jobIsRestarted = jobId != 0 && jobId == restartedJobId;
     if (jobId != 0 && !jobIsRestarted)
         restartedJobId = 0;
@@ -198,35 +202,64 @@ void krelIniPort::ReportJobStatus(CFunctionTrace& trace)
 
 void krelIniPort::Cleanup()
 {
+    DWORD document;
+    {
+        CLockScope state(stateSection);
+        document = documentNumber;
+    }
+    CleanUpDocument(document);
+}
+
+// Leaves alone what another document has on the port by now: the wait for the worker may be long.
+void krelIniPort::CleanUpDocument(DWORD document)
+{
     CFunctionTrace trace("krelIniPort::Cleanup");
-    DropChannels();
+    DWORD mark;
+    {
+        CLockScope busy(section);
+        mark = marksTaken;
+    }
+    const DWORD idle = document + 1;
+    if (!DropChannels(document, idle))
+        return;
     std::shared_ptr<CPrinterHandle> closing;
     {
         CLockScope state(stateSection);
-        closing = std::move(printer);
-        printer.reset();
+        if (documentNumber == idle)
+            closing.swap(printer);
     }
     closing.reset();
     {
         CLockScope busy(section);
-        lockedForPrinting = false;
+        if (marksTaken == mark)
+            lockedForPrinting = false;
     }
     CLockScope state(stateSection);
-    channelMode = false;
+    if (documentNumber == idle)
+        channelMode = false;
 }
 
-// The command channel goes first: its worker uses the data channel and the printer.
-void krelIniPort::DropChannels()
+// Takes the channels out of the port, which goes on under the number `next`, and ends them. False when the
+// document is over already.
+bool krelIniPort::DropChannels(DWORD document, DWORD next)
 {
     std::shared_ptr<CCommandChannel> command;
     std::shared_ptr<CDataChannel> data;
     {
         CLockScope state(stateSection);
-        command = std::move(commandChannel);
-        commandChannel.reset();
-        data = std::move(dataChannel);
-        dataChannel.reset();
+        if (documentNumber != document)
+            return false;
+        documentNumber = next;
+        command.swap(commandChannel);
+        data.swap(dataChannel);
     }
+    ShutDown(std::move(command), std::move(data));
+    return true;
+}
+
+// The command channel goes first: its worker uses the data channel and the printer.
+void krelIniPort::ShutDown(std::shared_ptr<CCommandChannel> command, std::shared_ptr<CDataChannel> data)
+{
     if (command)
         command->Shutdown();
     command.reset();

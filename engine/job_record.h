@@ -1,6 +1,6 @@
 #pragma once
 
-#include <vector>
+#include <memory>
 
 #include "platform/platform.h"
 
@@ -9,7 +9,7 @@
 class CJobRecord {
 public:
     // Asks for the size, then for the record. False when the spooler gives either of them up, as it does
-    // for a null printer.
+    // for a null printer, and when there is no memory for it: a job's end can't fail for want of its record.
     bool Read(HANDLE printer, DWORD jobId);
 
     // Reads the job anew into a buffer of the first read's size: a record that has grown since fails.
@@ -21,6 +21,6 @@ public:
     bool IsGoing() const { return (Status() & (JOB_STATUS_DELETING | JOB_STATUS_DELETED)) != 0; }
 
 private:
-    std::vector<BYTE> buffer;
+    std::unique_ptr<BYTE[]> buffer;  // as large as the fields that are read, whatever the spooler says
     DWORD size = 0;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "diagnostics/function_trace.h"
 #include "engine/job_record.h"
@@ -13,20 +14,20 @@ bool CJobRecord::Read(HANDLE printer, DWORD jobId)
     (void)GetJobW(printer, jobId, 2, nullptr, 0, &size);
     if (size == 0)
         return false;
-    buffer.assign(std::max<std::size_t>(size, sizeof(JOB_INFO_2W)), 0);
-    return ReadAgain(printer, jobId);
+    buffer.reset(new (std::nothrow) BYTE[std::max<std::size_t>(size, sizeof(JOB_INFO_2W))]());
+    return buffer && ReadAgain(printer, jobId);
 }
 
 bool CJobRecord::ReadAgain(HANDLE printer, DWORD jobId)
 {
     DWORD got = 0;
-    return GetJobW(printer, jobId, 2, buffer.data(), size, &got) != FALSE;
+    return GetJobW(printer, jobId, 2, buffer.get(), size, &got) != FALSE;
 }
 
 DWORD CJobRecord::Status() const
 {
     DWORD status;
-    std::memcpy(&status, buffer.data() + offsetof(JOB_INFO_2W, Status), sizeof status);
+    std::memcpy(&status, buffer.get() + offsetof(JOB_INFO_2W, Status), sizeof status);
     return status;
 }
 

@@ -44,7 +44,7 @@ bool krelIniPort::getPrinterDataFromPort(DWORD ControlID, LPCWSTR, const void* l
 bool krelIniPort::OpenCommandChannelOnce(CFunctionTrace& trace)
 {
     CLockScope setup(setupSection);
-    if (!IsInChannelMode() || CommandChannel())
+    if (!CanSetUp() || CommandChannel())
         return true;
     bool open = SetupCommunicationChannels(false);
     const std::shared_ptr<CCommandChannel> command = CommandChannel();

@@ -11,53 +11,59 @@ constexpr DWORD kCommandPortOffset = 2;
 
 }  // namespace
 
-// Any failure, an exception included, takes the whole port back to idle.
+// Any failure, an exception included, takes the whole port back to idle, unless another document has begun
+// on it meanwhile.
 bool krelIniPort::SetupCommunicationChannels(bool useDataChannel)
 {
     CFunctionTrace trace("krelIniPort::SetupCommunicationChannels");
+    DWORD document;
+    {
+        CLockScope state(stateSection);
+        document = documentNumber;
+    }
     try {
-        DropChannels();  // a query in channel mode may have left a command channel without a data channel
-        if (SetUpAndOpen(useDataChannel, trace))
+        // A query in channel mode may have left a command channel without a data channel.
+        if (DropChannels(document, document) && SetUpAndOpen(useDataChannel, document, trace))
             return true;
     } catch (...) {
-        Cleanup();
+        CleanUpDocument(document);
         throw;
     }
-    Cleanup();
+    CleanUpDocument(document);
     return false;
 }
 
-bool krelIniPort::SetUpAndOpen(bool useDataChannel, CFunctionTrace& trace)
+bool krelIniPort::SetUpAndOpen(bool useDataChannel, DWORD document, CFunctionTrace& trace)
 {
+    const krelPortSettings used = Settings();
     std::shared_ptr<CDataChannel> data;
     if (useDataChannel) {
-        data = MakeDataChannel();
+        data = MakeDataChannel(used, document);
         if (!data) {
             trace.Fail("Failed to open data channel.");
             return false;
         }
     }
-    bool workerRuns = false;
-    const std::shared_ptr<CCommandChannel> command = MakeCommandChannel(data, &workerRuns);
+    const std::shared_ptr<CCommandChannel> command = MakeCommandChannel(used, document);
     if (!command) {
         trace.Fail("Failed to open command channel.");
         return false;
     }
-    if (!workerRuns) {
+    // The worker starts before anything is connected: its silence test watches over the opening too.
+    if (!command->InitializeKeepAlives(data)) {
         trace.Fail("Failed to initialize keep-alives.");
         return false;
     }
     return OpenChannels(*command, data.get(), trace);
 }
 
-// Null when the socket library refuses, or the port was deleted meanwhile.
-std::shared_ptr<CDataChannel> krelIniPort::MakeDataChannel()
+// Null when the socket library refuses, or the document or the port has ended meanwhile.
+std::shared_ptr<CDataChannel> krelIniPort::MakeDataChannel(const krelPortSettings& used, DWORD document)
 {
-    const krelPortSettings used = Settings();
     try {
         auto made = std::make_shared<CDataChannel>(used.server, used.portNumber);
         CLockScope state(stateSection);
-        if (deleted)
+        if (deleted || document != documentNumber)
             return nullptr;
         dataChannel = made;
         return made;
@@ -66,27 +72,20 @@ std::shared_ptr<CDataChannel> krelIniPort::MakeDataChannel()
     }
 }
 
-// The worker starts before anything is connected: its silence test watches over the opening too.
-std::shared_ptr<CCommandChannel> krelIniPort::MakeCommandChannel(std::shared_ptr<CDataChannel> data,
-                                                                 bool* workerRuns)
+std::shared_ptr<CCommandChannel> krelIniPort::MakeCommandChannel(const krelPortSettings& used, DWORD document)
 {
-    const krelPortSettings used = Settings();
-    std::shared_ptr<CCommandChannel> made;
     try {
-        made = std::make_shared<CCommandChannel>(this, used.server, used.portNumber + kCommandPortOffset,
-                                                 static_cast<SHORT>(used.keepAlivePeriod),
-                                                 static_cast<SHORT>(used.keepAliveTimeout));
+        auto made = std::make_shared<CCommandChannel>(this, used.server, used.portNumber + kCommandPortOffset,
+                                                      static_cast<SHORT>(used.keepAlivePeriod),
+                                                      static_cast<SHORT>(used.keepAliveTimeout));
+        CLockScope state(stateSection);
+        if (deleted || document != documentNumber)
+            return nullptr;
+        commandChannel = made;
+        return made;
     } catch (const char*) {
         return nullptr;
     }
-    {
-        CLockScope state(stateSection);
-        if (deleted)
-            return nullptr;
-        commandChannel = made;
-    }
-    *workerRuns = made->InitializeKeepAlives(std::move(data));
-    return made;
 }
 
 // The data channel goes first, because the command channel binds itself to its session.
@@ -113,9 +112,16 @@ bool krelIniPort::OpenChannels(CCommandChannel& command, CDataChannel* data, CFu
     return true;
 }
 
+// Only a document in channel mode makes its channels on demand.
+bool krelIniPort::CanSetUp() const
+{
+    CLockScope state(stateSection);
+    return channelMode && !deleted;
+}
+
 // The first write or read of a document in channel mode makes both channels; later ones find them.
 bool krelIniPort::SetUpDataChannelOnce()
 {
     CLockScope setup(setupSection);
-    return !IsInChannelMode() || DataChannel() || SetupCommunicationChannels(true);
+    return !CanSetUp() || DataChannel() || SetupCommunicationChannels(true);
 }

@@ -14,7 +14,7 @@ CCommandChannel::CCommandChannel(krelIniPort* port, LPCWSTR address, DWORD portN
     lastKeepAliveSent = GetTickCount();
 }
 
-// Runs when the last reference goes: the worker, which holds one, is gone.
+// Runs when the last reference goes, on the worker's thread at the earliest when its loop has ended.
 CCommandChannel::~CCommandChannel()
 {
     if (workerThread)

@@ -22,8 +22,8 @@ class krelIniPort;
 // that it lives until the last of them is out. It is not reopened.
 //
 // Locks, in the order in which they are taken: requestLock, receiveLock, stateLock; sendLock and the
-// socket's handle lock are leaves. The worker waits for none that is held while somebody waits for the
-// peer.
+// socket's handle lock and workerLock are leaves. The worker waits for none that is held while somebody waits
+// for the peer.
 class CCommandChannel : public CSyncSocket, public std::enable_shared_from_this<CCommandChannel> {
 public:
     // No network traffic. The keep-alive clocks run from here. Periods are in seconds; the worker takes
@@ -42,7 +42,7 @@ public:
     // --- keep_alive.cpp ---
 
     // Starts the worker, before anything is connected. The data channel, which may be null, is closed
-    // together with this one when the link is lost.
+    // together with this one when the link is lost. False also when the channel was shut down before.
     bool InitializeKeepAlives(std::shared_ptr<CDataChannel> dataChannel);
 
     // Closes both connections, the data channel first. Any thread.
@@ -109,12 +109,13 @@ private:
     void StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace);
     DWORD KeepAliveId() const;
 
+    bool Exchange(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
     bool SendMessageAndGetResponse(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
 
     krelIniPort* const owner;
     const SHORT keepAlivePeriod;
     const SHORT keepAliveTimeout;
-    std::shared_ptr<CDataChannel> dataChannel;
+    std::shared_ptr<CDataChannel> Companion();
 
     // The worker's silence test reads them without a lock, because Open may hold stateLock for as long
     // as the peer is silent.
@@ -123,13 +124,19 @@ private:
     std::atomic<bool> opening{false};
     std::atomic<CCommProtocolVersion> protocolVersion{CCommProtocolVersion()};
 
+    CLock workerLock;  // leaf lock, guards the next four: a shutdown may come before the worker's start
+    std::shared_ptr<CDataChannel> dataChannel;
     HANDLE workerThread = nullptr;
     DWORD workerThreadId = 0;
-    HANDLE exitEvent = nullptr;
+    HANDLE exitEvent = nullptr;  // stays from the worker's start to the destructor
+
+    // Inside the owner's up-call, with receiveLock and stateLock held: a spooler that calls back from there
+    // can't be given a request, which takes its locks in the other order.
+    std::atomic<DWORD> cancellingThread{0};
 
     CLock requestLock;  // a request and its reply are one exchange
     CLock receiveLock;  // held by whoever reads messages from the socket
-    CLock stateLock;    // guards lpqInfo and the stamps
+    CLock stateLock;    // guards lpqInfo
     CLock sendLock;     // held while one frame goes out
     LPQInfo lpqInfo;
 };

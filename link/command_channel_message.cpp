@@ -1,6 +1,7 @@
 #include "link/command_channel_message.h"
 
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "link/command_channel.h"
@@ -38,7 +39,12 @@ bool CCommandChannelMessage::Receive(CCommandChannel& channel)
         return true;
     if (!HasSoundLength(channel))
         return false;
-    auto payload = std::make_unique<BYTE[]>(length);
+    // The header is gone from the stream: without room for the payload, the stream is lost.
+    std::unique_ptr<BYTE[]> payload(new (std::nothrow) BYTE[length]);
+    if (!payload) {
+        channel.CSyncSocket::Disconnect();
+        return false;
+    }
     for (DWORD gathered = 0; gathered != length;) {
         const LONG part = channel.Receive(payload.get() + gathered, length - gathered, false);
         if (part <= 0)

@@ -26,15 +26,16 @@ bool HasExpired(DWORD stamp, SHORT seconds)
 bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel)
 {
     CFunctionTrace trace("CCommandChannel::InitializeKeepAlives");
-    CLockScope state(stateLock);
+    auto self = std::make_unique<std::shared_ptr<CCommandChannel>>(shared_from_this());
+    CLockScope starting(workerLock);
     dataChannel = std::move(channel);
     exitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (!exitEvent) {
         trace.Fail("Failed to create event to signal worker thread to exit.");
         return false;
     }
-    auto self = std::make_unique<std::shared_ptr<CCommandChannel>>(shared_from_this());
-    workerThread = CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(), 0, &workerThreadId);
+    if (!IsAbandoned())
+        workerThread = CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(), 0, &workerThreadId);
     if (!workerThread) {
         trace.Fail("Failed to create worker thread.");
         return false;
@@ -45,17 +46,18 @@ bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel
 
 DWORD WINAPI CCommandChannel::ThreadProc(LPVOID argument)
 {
-    const std::unique_ptr<std::shared_ptr<CCommandChannel>> self(
-        static_cast<std::shared_ptr<CCommandChannel>*>(argument));
+    auto* const given = static_cast<std::shared_ptr<CCommandChannel>*>(argument);
+    krelIniPort* const port = (*given)->owner;
+    const krelPortWorker inside(port);  // to the last: what follows may destroy the channel
+    const krelPortSettings settings = port ? port->Settings() : krelPortSettings{};
+    const CThreadPortTag tag(port ? settings.server : nullptr, settings.portNumber);
+    const std::unique_ptr<std::shared_ptr<CCommandChannel>> self(given);
     (*self)->RunWorker();
     return 0;
 }
 
 void CCommandChannel::RunWorker()
 {
-    const krelPortWorker inside(owner);
-    const krelPortSettings settings = owner ? owner->Settings() : krelPortSettings{};
-    CThreadPortTag tag(owner ? settings.server : nullptr, settings.portNumber);
     CFunctionTrace trace("CCommandChannel::ThreadProc");
     for (;;) {
         const DWORD waited = WaitForSingleObject(exitEvent, kTickMs);
@@ -66,7 +68,8 @@ void CCommandChannel::RunWorker()
         try {
             Tick(trace);
         } catch (...) {
-            // Out of memory: the next tick tries again, and the silence test needs none.
+            // Out of memory: the message stays on the socket for the next tick, and the silence test
+            // needs none.
         }
     }
     trace.Log(krelpmEventInfo, "Received signal to exit.");
@@ -115,11 +118,17 @@ bool CCommandChannel::SendKeepAlive()
     return true;
 }
 
+std::shared_ptr<CDataChannel> CCommandChannel::Companion()
+{
+    CLockScope starting(workerLock);
+    return dataChannel;
+}
+
 void CCommandChannel::Disconnect()
 {
     CFunctionTrace trace("CCommandChannel::~Disconnect");
-    if (dataChannel)
-        dataChannel->Close();
+    if (const std::shared_ptr<CDataChannel> data = Companion())
+        data->Close();
     CSyncSocket::Disconnect();
 }
 
@@ -132,13 +141,21 @@ void CCommandChannel::Shutdown()
 void CCommandChannel::Close()
 {
     CFunctionTrace trace("CCommandChannel::Close");
+    if (const std::shared_ptr<CDataChannel> data = Companion())
+        data->Abandon();
     Abandon();
-    if (dataChannel)
-        dataChannel->Abandon();
     Disconnect();
-    if (!workerThread)
+    HANDLE worker;
+    bool isWorker;
+    {
+        CLockScope starting(workerLock);
+        worker = workerThread;
+        isWorker = workerThreadId == GetCurrentThreadId();
+    }
+    if (!worker)
         return;
     (void)SetEvent(exitEvent);
-    if (workerThreadId != GetCurrentThreadId())
-        (void)WaitForSingleObject(workerThread, kWorkerEndMs);
+    // A worker that is still out comes back into this code, whatever the spooler unloads by then.
+    if (isWorker || WaitForSingleObject(worker, kWorkerEndMs) != WAIT_OBJECT_0)
+        PinModule(reinterpret_cast<const void*>(&CCommandChannel::ThreadProc));
 }

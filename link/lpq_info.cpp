@@ -15,13 +15,13 @@ bool LPQInfo::Decode(const BYTE* payload, DWORD size)
     return true;
 }
 
-std::string LPQInfo::ToString() const
+LPQInfoText LPQInfo::ToString() const
 {
-    char text[160];
+    LPQInfoText result;
     (void)std::snprintf(
-        text, sizeof text,
+        result.text, sizeof result.text,
         "queue position = %i, bound job state = %i, active job state = %i, printer state = %i",
         static_cast<int>(queuePosition), static_cast<int>(boundJobState), static_cast<int>(activeJobState),
         static_cast<int>(printerState));
-    return text;
+    return result;
 }

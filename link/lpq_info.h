@@ -1,8 +1,11 @@
 #pragma once
 
-#include <string>
-
 #include "platform/platform.h"
+
+// A record as text, for the log; no memory is asked for.
+struct LPQInfoText {
+    char text[160];
+};
 
 // The print server's last word on its queue, the job and the printer. All fields are -1 until the
 // first notification; each notification replaces all four.
@@ -18,6 +21,5 @@ struct LPQInfo {
     // payload is shorter; what follows the record is ignored.
     bool Decode(const BYTE* payload, DWORD size);
 
-    // For the log.
-    std::string ToString() const;
+    LPQInfoText ToString() const;
 };

@@ -11,6 +11,10 @@ namespace {
 
 constexpr LONG kCancelledAtServer = 9;
 
+// The worker takes no more in one tick: a server that sends notifications without end must not keep it from
+// noticing that the keep-alives have stopped.
+constexpr int kMessagesPerTick = 100;
+
 bool IsIoctl(const CCommandChannelMessage& message, DWORD requestId)
 {
     return message.type == COMMAND_TYPE_IOCTL && message.requestId == requestId;
@@ -92,7 +96,7 @@ bool CCommandChannel::StoreFirstRecord(const CCommandChannelMessage& message, CF
             message.type, message.requestId);
         return false;
     }
-    trace.Log(krelpmEventInfo, "Received initial LPQInfo notification: %s.", lpqInfo.ToString().c_str());
+    trace.Log(krelpmEventInfo, "Received initial LPQInfo notification: %s.", lpqInfo.ToString().text);
     return true;
 }
 
@@ -112,7 +116,7 @@ bool CCommandChannel::ProcessAsyncMessages(CCommandChannelMessage* reply)
 bool CCommandChannel::TakeAsyncMessages(CCommandChannelMessage* reply, CFunctionTrace& trace)
 {
     const bool blocking = reply != nullptr;
-    while (IsConnected()) {
+    for (int taken = 0; IsConnected() && (blocking || taken < kMessagesPerTick); ++taken) {
         CCommandChannelMessage message;
         if (!NextMessage(message, blocking)) {
             if (blocking)
@@ -151,7 +155,10 @@ void CCommandChannel::StoreNotification(const CCommandChannelMessage& message, C
         trace.Log(krelpmEventWarning, "Ignoring an LPQInfo notification of %i bytes.", message.length);
         return;
     }
-    trace.Log(krelpmEventInfo, "Received asynchronous LPQInfo notification: %s.", lpqInfo.ToString().c_str());
-    if (lpqInfo.boundJobState == kCancelledAtServer && owner)
+    trace.Log(krelpmEventInfo, "Received asynchronous LPQInfo notification: %s.", lpqInfo.ToString().text);
+    if (lpqInfo.boundJobState == kCancelledAtServer && owner) {
+        cancellingThread = GetCurrentThreadId();
         owner->CancelCurrentPrintJob();
+        cancellingThread = 0;
+    }
 }

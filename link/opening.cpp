@@ -44,8 +44,9 @@ bool CCommandChannel::Open()
         trace.Fail("Failed to get protocol version.");
         return false;
     }
-    if (dataChannel && !BindSession(static_cast<WORD>(dataChannel->sessionId & 0xFFFF))) {
-        trace.Fail("Failed to bind command channel to data channel id = %i.", dataChannel->sessionId);
+    const std::shared_ptr<CDataChannel> data = Companion();
+    if (data && !BindSession(static_cast<WORD>(data->sessionId & 0xFFFF))) {
+        trace.Fail("Failed to bind command channel to data channel id = %i.", data->sessionId);
         return false;
     }
     if (!StartKeepAliveNotifications()) {

@@ -9,13 +9,24 @@
 #include "link/wire_codes.h"
 #include "link/wire_format.h"
 
-// The lock spans both messages, so that two callers can't take each other's reply.
+// The lock spans both messages, so that two callers can't take each other's reply. A reply that could not be
+// taken for want of memory would be the next caller's: the connection ends.
+bool CCommandChannel::Exchange(const CCommandChannelMessage& request, CCommandChannelMessage& reply)
+{
+    CLockScope requesting(requestLock);
+    try {
+        return request.Send(*this) && ProcessAsyncMessages(&reply);
+    } catch (...) {
+        CSyncSocket::Disconnect();
+        throw;
+    }
+}
+
 bool CCommandChannel::SendMessageAndGetResponse(const CCommandChannelMessage& request,
                                                 CCommandChannelMessage& reply)
 {
     CFunctionTrace trace("CCommandChannel::SendMessageAndGetResponse");
-    CLockScope requesting(requestLock);
-    if (!request.Send(*this) || !ProcessAsyncMessages(&reply)) {
+    if (cancellingThread == GetCurrentThreadId() || !Exchange(request, reply)) {
         trace.Fail("Failed to send a message or get a response.");
         return false;
     }

@@ -43,6 +43,8 @@ std::string NarrowName(const WideString& name)
 
 COpenSocket::~COpenSocket()
 {
+    if (handle == INVALID_SOCKET)
+        return;
     const DWORD lastError = GetLastError();
     (void)closesocket(handle);
     SetLastError(lastError);
@@ -70,12 +72,19 @@ CSyncSocket::~CSyncSocket()
 
 void CSyncSocket::Disconnect()
 {
+    (void)EndConnection();
+}
+
+// Gives the number of disconnections so far, this one included.
+unsigned CSyncSocket::EndConnection()
+{
     CFunctionTrace trace("CSyncSocket::Disconnect");
     std::shared_ptr<COpenSocket> dropped;
     std::shared_ptr<COpenSocket> woken;
+    unsigned count;
     {
         CLockScope handles(handleLock);
-        ++disconnections;
+        count = ++disconnections;
         dropped = std::move(socketHandle);
         socketHandle.reset();
         if (dropped)
@@ -88,15 +97,18 @@ void CSyncSocket::Disconnect()
         woken->disconnected = true;
         WakeBlockedCalls(woken->handle);
     }
+    return count;
 }
 
 void CSyncSocket::Abandon()
 {
     CLockScope handles(handleLock);
     abandoned = true;
-    if (socketHandle) {
-        socketHandle->disconnected = true;
-        WakeBlockedCalls(socketHandle->handle);
+    for (const std::shared_ptr<COpenSocket>& used : {socketHandle, lastDisconnected.lock()}) {
+        if (used) {
+            used->disconnected = true;
+            WakeBlockedCalls(used->handle);
+        }
     }
 }
 
@@ -109,16 +121,15 @@ bool CSyncSocket::IsConnected() const
 bool CSyncSocket::Connect()
 {
     CFunctionTrace trace("CSyncSocket::Connect");
-    Disconnect();
-    const unsigned begun = Disconnections();
+    const unsigned begun = EndConnection();
 
     char port[12];
     (void)std::snprintf(port, sizeof port, "%i", static_cast<int>(serverPort));
     const std::string name = NarrowName(serverName);
     ADDRINFOA hints = {};
     hints.ai_family = AF_INET;
-    hints.ai_socktype = 1;  // SOCK_STREAM
-    hints.ai_protocol = 6;  // IPPROTO_TCP
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
 
     const CResolver& resolver = CResolver::Bound();
     ADDRINFOA* found = nullptr;
@@ -144,12 +155,12 @@ bool CSyncSocket::Connect()
 
 CSyncSocket::Attempt CSyncSocket::ConnectTo(const ADDRINFOA& address, unsigned begun, CFunctionTrace& trace)
 {
-    const SOCKET handle = ::socket(AF_INET, 1, 6);
-    if (handle == INVALID_SOCKET) {
+    const auto opened = std::make_shared<COpenSocket>();
+    opened->handle = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (opened->handle == INVALID_SOCKET) {
         trace.Fail("Call to socket() failed; WSAGetLastError returned %i.", WSAGetLastError());
         return Attempt::GiveUp;
     }
-    const auto opened = std::make_shared<COpenSocket>(handle);
     if (!Adopt(opened, begun)) {
         trace.Fail("Failed to connect.");
         return Attempt::GiveUp;
@@ -157,14 +168,16 @@ CSyncSocket::Attempt CSyncSocket::ConnectTo(const ADDRINFOA& address, unsigned b
     char host[1025];
     char service[32];
     WSASetLastError(CResolver::Bound().getNameInfo(address.ai_addr, static_cast<int>(address.ai_addrlen),
-                                                   host, sizeof host, service, sizeof service, 0x0A));
+                                                   host, sizeof host, service, sizeof service,
+                                                   NI_NUMERICHOST | NI_NUMERICSERV));
     const int error = WSAGetLastError();
     if (error != 0) {
         trace.Fail("Call to getnameinfo() failed; WSAGetLastError returned %i.", error);
         return Attempt::GiveUp;
     }
-    if (::connect(handle, address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) {
-        if (InUse() == opened)
+    if (!opened->disconnected &&
+        ::connect(opened->handle, address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) {
+        if (InUse() == opened && !opened->disconnected)
             return Attempt::Connected;
     } else {
         trace.Log(krelpmEventWarning, "Failed to connect to %s, port %s.", host, service);
@@ -195,12 +208,6 @@ bool CSyncSocket::Drop(const std::shared_ptr<COpenSocket>& opened)
     return true;
 }
 
-unsigned CSyncSocket::Disconnections() const
-{
-    CLockScope handles(handleLock);
-    return disconnections;
-}
-
 std::shared_ptr<COpenSocket> CSyncSocket::InUse() const
 {
     CLockScope handles(handleLock);
@@ -213,7 +220,7 @@ LONG CSyncSocket::Receive(void* buffer, DWORD length, bool peek)
     const std::shared_ptr<COpenSocket> used = InUse();
     const int asked = static_cast<int>(std::min(length, kMaxSingleSend));
     int result =
-        ::recv(used ? used->handle : INVALID_SOCKET, static_cast<char*>(buffer), asked, peek ? 2 : 0);
+        ::recv(used ? used->handle : INVALID_SOCKET, static_cast<char*>(buffer), asked, peek ? MSG_PEEK : 0);
     if (result > 0) {
         DumpBytes(buffer, static_cast<DWORD>(result));
         return result;

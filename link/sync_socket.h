@@ -10,12 +10,12 @@
 // it, so that its number is never given to another connection under somebody's feet.
 class COpenSocket {
 public:
-    explicit COpenSocket(SOCKET owned) : handle(owned) {}
+    COpenSocket() = default;
     ~COpenSocket();
     COpenSocket(const COpenSocket&) = delete;
     COpenSocket& operator=(const COpenSocket&) = delete;
 
-    const SOCKET handle;
+    SOCKET handle = INVALID_SOCKET;  // set once, before the object is shared
     // Set before its users are woken: what they then see is our own disconnect, not the peer's.
     std::atomic<bool> disconnected{false};
 };
@@ -74,7 +74,7 @@ private:
     Attempt ConnectTo(const ADDRINFOA& address, unsigned begun, class CFunctionTrace& trace);
     bool Adopt(const std::shared_ptr<COpenSocket>& opened, unsigned begun);
     bool Drop(const std::shared_ptr<COpenSocket>& opened);
-    unsigned Disconnections() const;
+    unsigned EndConnection();
     std::shared_ptr<COpenSocket> InUse() const;
 
     const WideString serverName;

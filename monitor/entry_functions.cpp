@@ -38,11 +38,11 @@ template <class Forward>
 BOOL CallPort(HANDLE hPort, const char* function, Forward forward)
 {
     krelIniPort* port = static_cast<krelIniPort*>(hPort);
+    const krelPortCall inside(port);  // to the last: the library may be unloaded when no call is inside
     const CThreadPortTag tag = TagFor(port);
     WriteEntryLine(function);
     if (port == nullptr)
         return FALSE;
-    const krelPortCall inside(port);
     return WithoutExceptions(FALSE, [&] { return forward(*port) ? TRUE : FALSE; });
 }
 
@@ -56,11 +56,12 @@ BOOL CallMonitor(HANDLE hMonitor, const char* function, Forward forward)
         FALSE, [&] { return forward(*static_cast<krelPortMonitor*>(hMonitor)) ? TRUE : FALSE; });
 }
 
-// A start that ends half way leaves nothing behind that a later call could take for a document.
-bool StartDocument(krelIniPort& port, LPCWSTR printerName, DWORD jobId, DWORD level, const BYTE* docInfo)
+// A start or an end that is cut short leaves nothing behind that a later call could take for a document.
+template <class Operation>
+bool OrIdlePort(krelIniPort& port, Operation operation)
 {
     try {
-        return port.startDocPort(printerName, jobId, level, docInfo);
+        return operation();
     } catch (...) {
         port.Cleanup();
         throw;
@@ -99,7 +100,7 @@ void gShutdown(HANDLE hMonitor)
 BOOL gStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo)
 {
     return CallPort(hPort, "gStartDocPort", [&](krelIniPort& port) {
-        return StartDocument(port, pPrinterName, JobId, Level, pDocInfo);
+        return OrIdlePort(port, [&] { return port.startDocPort(pPrinterName, JobId, Level, pDocInfo); });
     });
 }
 
@@ -117,7 +118,8 @@ BOOL gReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead)
 
 BOOL gEndDocPort(HANDLE hPort)
 {
-    return CallPort(hPort, "gEndDocPort", [](krelIniPort& port) { return port.endDocPort(); });
+    return CallPort(hPort, "gEndDocPort",
+                    [](krelIniPort& port) { return OrIdlePort(port, [&] { return port.endDocPort(); }); });
 }
 
 BOOL gClosePort(HANDLE hPort)
@@ -152,9 +154,7 @@ DWORD gXcvDataPort(HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData, DWORD cbI
 BOOL gXcvClosePort(HANDLE hXcv)
 {
     WriteEntryLine("gXcvClosePort");
-    auto* session = static_cast<krelPortMonitorXcvHandler*>(hXcv);
-    if (session != nullptr)
-        session->xcvClosePort();
-    delete session;
+    krelPortMonitorXcvHandler::xcvClosePort();
+    delete static_cast<krelPortMonitorXcvHandler*>(hXcv);
     return TRUE;
 }

@@ -26,12 +26,12 @@ struct krelPortSettings {
 // gives it back to the spooler, so that a worker stuck in a spooler call never finds it closed.
 class CPrinterHandle {
 public:
-    explicit CPrinterHandle(HANDLE printer) : handle(printer) {}
+    CPrinterHandle() = default;
     ~CPrinterHandle();
     CPrinterHandle(const CPrinterHandle&) = delete;
     CPrinterHandle& operator=(const CPrinterHandle&) = delete;
 
-    const HANDLE handle;
+    HANDLE handle = nullptr;  // set once, before the object is shared
 };
 
 // A document's job in the spooler.
@@ -43,8 +43,8 @@ struct krelJobReference {
 };
 
 // One configured port and at most one document on it. The spooler's handle of an open port is this
-// object's plain address, so a deleted port stays allocated until its monitor is destroyed; from the
-// deletion on it has no channels, and every call on it fails or does nothing.
+// object's plain address, so a deleted port stays allocated until its monitor is destroyed; once the calls
+// that the deletion met are out it has no channels, and every call on it fails or does nothing.
 //
 // Spooler threads call the document operations, each inside a krelPortCall. `section` guards the busy
 // mark; `stateSection` is a leaf lock: nothing is called and nothing is waited for under it.
@@ -64,9 +64,11 @@ public:
     // True while a print job holds the port.
     bool IsLockedForPrinting();
 
-    // Marks the port as deleted and ends what blocks its calls. Runs Cleanup at once when no call is
-    // inside; otherwise the last call out runs it. Called once, with the port out of the table; may be
-    // called under the monitor's section, since it waits for nobody who could want that.
+    // Marks the port as deleted and ends what blocks its calls. Any thread, under any lock.
+    void WakeForDeletion();
+    // The same, and runs Cleanup at once when no call is
+    // inside; otherwise the last call out runs it. Called once, with the port out of the table; never under
+    // the monitor's section, since a worker that is waited for may want that.
     void Delete();
     // Waits until no call and no worker is inside a deleted port, at most until the tick count reaches
     // `deadline`. False when one still is: the object must not be freed then, and the library stays
@@ -112,16 +114,19 @@ private:
 
     // engine/setup.cpp
     bool SetupCommunicationChannels(bool useDataChannel);
-    bool SetUpAndOpen(bool useDataChannel, CFunctionTrace& trace);
+    bool SetUpAndOpen(bool useDataChannel, DWORD document, CFunctionTrace& trace);
     bool OpenChannels(CCommandChannel& command, CDataChannel* data, CFunctionTrace& trace);
     bool SetUpDataChannelOnce();
-    std::shared_ptr<CDataChannel> MakeDataChannel();
-    std::shared_ptr<CCommandChannel> MakeCommandChannel(std::shared_ptr<CDataChannel> data, bool* workerRuns);
+    std::shared_ptr<CDataChannel> MakeDataChannel(const krelPortSettings& used, DWORD document);
+    std::shared_ptr<CCommandChannel> MakeCommandChannel(const krelPortSettings& used, DWORD document);
+    bool CanSetUp() const;
 
     // engine/document.cpp
     void BeginDocument(DWORD newJobId, bool inChannelMode);
     bool OpenDocumentPrinter(LPCWSTR printerName);
-    void DropChannels();
+    void CleanUpDocument(DWORD document);
+    bool DropChannels(DWORD document, DWORD next);
+    static void ShutDown(std::shared_ptr<CCommandChannel> command, std::shared_ptr<CDataChannel> data);
     bool AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace);
     void MarkAsSent(CFunctionTrace& trace);
     void ReportJobStatus(CFunctionTrace& trace);
@@ -138,14 +143,16 @@ private:
     bool IsInChannelMode() const;
     bool IsQueued(CCommandChannel* channel) const;
 
-    CLock section;  // guards lockedForPrinting
+    CLock section;  // guards the busy mark
     bool lockedForPrinting = false;
+    DWORD marksTaken = 0;  // tells one document's mark from the next one's
 
     // Held while a document in channel mode makes its channels, so that two calls don't both make them.
     CLock setupSection;
 
     mutable CLock stateSection;  // leaf lock, guards the fields below
     krelPortSettings settings;
+    DWORD documentNumber = 0;  // another one from each Cleanup on, so that a late set-up or Cleanup sees it
     bool channelMode = false;
     std::shared_ptr<CCommandChannel> commandChannel;
     std::shared_ptr<CDataChannel> dataChannel;

@@ -10,6 +10,8 @@ namespace {
 constexpr char kAttachLine[] = "DllEntryPoint in server port monitor DLL - DLL_PROCESS_ATTACH";
 constexpr char kDetachLine[] = "DllEntryPoint in server port monitor DLL - DLL_PROCESS_DETACH";
 
+bool gIsAttached = false;
+
 void Attach(HMODULE module)
 {
     DiagnosticsStartup(DLL_PROCESS_ATTACH);
@@ -18,10 +20,12 @@ void Attach(HMODULE module)
     ReadDisplayNames();
     // Refused to a library with thread-local storage of its own; threads that start then do no harm.
     (void)DisableThreadLibraryCalls(module);
+    gIsAttached = true;
 }
 
 void Detach()
 {
+    gIsAttached = false;
     if (EventIsOn(krelpmEventEntry))
         vexkitTypeDiagnosticPuts(kDetachLine);
     DiagnosticsShutdown();
@@ -32,12 +36,19 @@ void EndWithProcess()
 {
     if (EventIsOn(krelpmEventEntry))
         DiagnosticPutsAtProcessEnd(kDetachLine);
+    gLogToFile = 0;  // no line may follow, and other threads may still run
+    gLogToDebugOutput = 0;
 }
 
 }  // namespace
 
-int DllEntryPoint(HMODULE module, DWORD reason, LPVOID reserved)
+bool IsLibraryAttached()
 {
+    return gIsAttached;
+}
+
+int DllEntryPoint(HMODULE module, DWORD reason, LPVOID reserved)
+try {
     StoreModuleHandle(module);
     if (reason == DLL_PROCESS_ATTACH)
         Attach(module);
@@ -47,5 +58,7 @@ int DllEntryPoint(HMODULE module, DWORD reason, LPVOID reserved)
         Detach();
     else if (reason == DLL_PROCESS_DETACH)
         EndWithProcess();
+    return 1;
+} catch (...) {  // out of memory at the attach: the library is there, and no monitor starts
     return 1;
 }

@@ -66,15 +66,20 @@ void krelIniPort::LeaveCall()
     --callsInside;
 }
 
-void krelIniPort::Delete()
+void krelIniPort::WakeForDeletion()
 {
     {
         CLockScope state(stateSection);
         deleted = true;
-        ++callsInside;
     }
     DisconnectChannels();
-    LeaveCall();
+}
+
+// The deletion counts as a call itself, and may be the last one out.
+void krelIniPort::Delete()
+{
+    const krelPortCall inside(this);
+    WakeForDeletion();
 }
 
 void krelIniPort::Destroy()

@@ -66,7 +66,7 @@ bool enumPorts(const krelIniPort* head, DWORD Level, BYTE* pPorts, DWORD cbBuf, 
     }
     std::size_t returned = 0;
     BYTE* record = pPorts;
-    BYTE* stringEnd = pPorts + cbBuf;
+    BYTE* stringEnd = pPorts != nullptr ? pPorts + cbBuf : nullptr;
     for (const krelIniPort* port = head; port != nullptr; port = port->next) {
         stringEnd = packPortRecord(*port, Level, record, stringEnd);
         record += kRecordSize[Level];

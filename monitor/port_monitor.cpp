@@ -115,6 +115,8 @@ void krelPortMonitor::DeleteAllPorts()
 {
     CLockScope changing(changes);
     CLockScope held(section);
+    for (krelIniPort* port = ports; port != nullptr; port = port->next)
+        port->WakeForDeletion();  // all at once, before any is waited for
     while (ports != nullptr)
         deletePortEntry(ports->portName);
 }

@@ -5,6 +5,7 @@
 
 #include "diagnostics/diagnostic_log.h"
 #include "monitor/entry_functions.h"
+#include "monitor/library_entry.h"
 #include "monitor/port_monitor.h"
 
 namespace {
@@ -44,7 +45,10 @@ bool IsWindows2000()
     version.dwMinorVersion = 0;
     ULONGLONG equal = VerSetConditionMask(0, VER_MAJORVERSION, VER_EQUAL);
     equal = VerSetConditionMask(equal, VER_MINORVERSION, VER_EQUAL);
-    return VerifyVersionInfoW(&version, VER_MINORVERSION | VER_MAJORVERSION, equal) != FALSE;
+    const DWORD lastError = GetLastError();
+    const bool isEqual = VerifyVersionInfoW(&version, VER_MINORVERSION | VER_MAJORVERSION, equal) != FALSE;
+    SetLastError(lastError);
+    return isEqual;
 }
 
 MONITOR2* StartMonitor(const MONITORINIT& fromSpooler, HANDLE* handle)
@@ -65,7 +69,8 @@ MONITOR2* InitializePrintMonitor2(MONITORINIT* pMonitorInit, PHANDLE phMonitor)
 {
     if (EventIsLogged(krelpmEventEntry))
         vexkitTypeDiagnosticPuts("gInitializePrintMonitor2");
-    if (pMonitorInit == nullptr || pMonitorInit->pMonitorReg == nullptr || phMonitor == nullptr)
+    if (!IsLibraryAttached() || pMonitorInit == nullptr || pMonitorInit->pMonitorReg == nullptr ||
+        phMonitor == nullptr)
         return nullptr;
     try {
         return StartMonitor(*pMonitorInit, phMonitor);

@@ -6,6 +6,7 @@
 
 #include "platform/posix/utf.h"
 #include "spooler/document_file.h"
+#include "spooler/opened_port.h"
 #include "spooler/spooler_error.h"
 
 namespace spooler {
@@ -14,61 +15,6 @@ namespace {
 
 constexpr std::size_t kBufferSize = 64 * 1024;
 constexpr DWORD kPauseWhenNothingTakenMs = 500;
-
-class OpenedPort {
-public:
-    OpenedPort(const Monitor& monitor, const Job& job) : calls(monitor.Calls())
-    {
-        WideString name = job.port;
-        opened = calls.pfnOpenPort(monitor.Handle(), name.data(), &port) != FALSE;
-    }
-    ~OpenedPort()
-    {
-        if (started)
-            (void)calls.pfnEndDocPort(port);
-        if (opened)
-            (void)calls.pfnClosePort(port);
-    }
-    OpenedPort(const OpenedPort&) = delete;
-    OpenedPort& operator=(const OpenedPort&) = delete;
-
-    bool IsOpen() const { return opened; }
-
-    bool Start(const Job& job)
-    {
-        WideString printer = job.printer;
-        WideString document = job.document;
-        WideString datatype = TEXT("RAW");
-        DOC_INFO_1W info = {
-            .pDocName = document.data(), .pOutputFile = nullptr, .pDatatype = datatype.data()};
-        SetLastError(ERROR_SUCCESS);
-        started =
-            calls.pfnStartDocPort(port, printer.data(), job.id, 1, reinterpret_cast<LPBYTE>(&info)) != FALSE;
-        return started;
-    }
-
-    bool Write(std::span<BYTE> bytes, std::size_t* taken)
-    {
-        DWORD count = 0;
-        SetLastError(ERROR_SUCCESS);
-        const BOOL done = calls.pfnWritePort(port, bytes.data(), static_cast<DWORD>(bytes.size()), &count);
-        *taken = std::min<std::size_t>(count, bytes.size());
-        return done != FALSE;
-    }
-
-    bool End()
-    {
-        started = false;
-        SetLastError(ERROR_SUCCESS);
-        return calls.pfnEndDocPort(port) != FALSE;
-    }
-
-private:
-    const MONITOR2& calls;
-    HANDLE port = nullptr;
-    bool opened = false;
-    bool started = false;
-};
 
 RunResult Failure(RunResult result, std::string reason)
 {
@@ -131,8 +77,7 @@ private:
 RunResult RunJob(const Monitor& monitor, const Job& job, const std::string& documentPath, RunControl& control)
 {
     DocumentReader document(documentPath);
-    SetLastError(ERROR_SUCCESS);
-    OpenedPort port(monitor, job);
+    OpenedPort port(monitor, job.port);
     if (!port.IsOpen())
         return Failure({}, "The port \"" + ToUtf8(job.port) + "\" doesn't exist.");
     if (control.MustStop())

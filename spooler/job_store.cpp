@@ -243,6 +243,20 @@ DWORD JobStore::PlaceOf(const Job& job)
     return static_cast<DWORD>(row.Integer(0));
 }
 
+std::int64_t JobStore::NumberOfPort(const WideString& port)
+{
+    Database::Change change(*database);
+    change.Do("INSERT OR IGNORE INTO ports (name) VALUES (?)", port);
+    std::int64_t number = 0;
+    {
+        auto row = change.Ask("SELECT id FROM ports WHERE name = ?", port);
+        row.Next();
+        number = row.Integer(0);
+    }
+    change.Commit();
+    return number;
+}
+
 std::optional<Job> JobStore::NextFor(std::int64_t portNumber)
 {
     Database::Use use(*database);

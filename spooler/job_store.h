@@ -84,6 +84,8 @@ public:
     // In its printer's queue, from 1; 0 for a finished job.
     DWORD PlaceOf(const Job& job);
 
+    // The port's number, by which its lock goes; given to the name at first use.
+    std::int64_t NumberOfPort(const WideString& port);
     // The oldest job of the port that is to be run or dropped.
     std::optional<Job> NextFor(std::int64_t portNumber);
     std::vector<std::int64_t> PortsWithWork();

@@ -1,6 +1,7 @@
 #include "spooler/runners.h"
 
 #include <algorithm>
+#include <exception>
 #include <thread>
 
 #include "platform/posix/utf.h"
@@ -176,6 +177,33 @@ void Runners::DropNow(DWORD jobId)
 {
     jobs->FinishAsDeleted(jobId);
     RemoveDocument(folder.DocumentPath(jobId));
+}
+
+void Runners::WhileIdle(const WideString& port, const std::function<void()>& action)
+{
+    const std::int64_t portNumber = jobs->NumberOfPort(port);
+    std::exception_ptr failure;
+    {
+        PortLock portLock(folder.LockPath(), portNumber);
+        if (!portLock.TryTake())
+            Throw(ERROR_BUSY, "The port \"" + ToUtf8(port) + "\" is at work on a document or a query.");
+        try {
+            action();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
+    DropMarked(portNumber);
+    if (failure)
+        std::rethrow_exception(failure);
+}
+
+// Who marks a job and finds the port's lock taken leaves the rest to the lock's holder.
+void Runners::DropMarked(std::int64_t portNumber)
+{
+    for (const Job& job : jobs->List(TEXT("")))
+        if (job.portNumber == portNumber && job.deleting && !job.IsFinished())
+            Drop(job);
 }
 
 void Runners::Drop(const Job& job)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -29,6 +30,10 @@ public:
     // Has all runs end and waits for them. False if some haven't after `waitMs`.
     bool Stop(DWORD waitMs);
 
+    // Runs `action` on the calling thread with the port's lock held: no process runs a job of the port
+    // meanwhile. Throws SpoolerError, with ERROR_BUSY when the lock is taken, and what `action` throws.
+    void WhileIdle(const WideString& port, const std::function<void()>& action);
+
     // Drops a job that is marked as being deleted, now or as soon as whoever runs its port gets to it.
     void Drop(const Job& job);
     // Of a job that this process is running at this moment.
@@ -47,6 +52,7 @@ private:
     RunResult Attempt(const Job& job, RunControl& control);
     Job EndRun(DWORD jobId, const RunResult& result);
     void DropNow(DWORD jobId);
+    void DropMarked(std::int64_t portNumber);
     bool Leave(const Runner& runner);
     void Forget(const Runner& runner);
 

@@ -92,6 +92,22 @@ struct JOB_PROGRESS {
 BOOL GetJobProgress(HANDLE printer, DWORD jobId, JOB_PROGRESS* progress);
 // To wait, ask again after a Sleep. GetJobW, SetJobW and EnumJobsW take a print server's handle too.
 
+// --- asking a port -------------------------------------------------------------------------------------
+
+// Both work on the calling thread, through a document in channel mode of its own (no job is behind it),
+// and give way to printing: FALSE with ERROR_BUSY while a job or another of these calls has the port, in
+// whatever process. Jobs of the port wait meanwhile. `port` is a port's name: ERROR_UNKNOWN_PORT. When
+// the monitor fails, the word is the one that it left, as a rule of its sockets, or ERROR_GEN_FAILURE.
+
+// Asks the printer for what `controlId` stands for, with `input` as it is, and stores at most
+// `outputSize` bytes of the reply. Waits for the reply as long as the print server lives.
+BOOL QueryPort(LPCWSTR port, DWORD controlId, const void* input, DWORD inputSize, void* output,
+               DWORD outputSize, DWORD* returned);
+
+// TRUE if a document could be sent now: the print server let the port open both its connections. They are
+// closed again without a byte on the data connection.
+BOOL CheckPort(LPCWSTR port);
+
 // --- a monitor's settings --------------------------------------------------------------------------------
 
 // Reads or writes a 32-bit value in key `key` below the monitor's root (the monitor's log settings lie

@@ -165,7 +165,10 @@ TEST_F(JobOutcome, NeedsAPrinterAndAFreePort)
     server->Welcome(Channel::Data);
 
     // What a spooler leaves out: the name of the printer, the number of the job, the document's record.
-    EXPECT_TRUE(table->pfnStartDocPort(port, nullptr, 0, 2, nullptr));
+    {
+        const SlowClock slow;
+        EXPECT_TRUE(table->pfnStartDocPort(port, nullptr, 0, 2, nullptr));
+    }
     EXPECT_EQ("NULL", spooler.Calls(Spooler::OpenPrinter).back().printerName);
     EXPECT_TRUE(log.Has("{krelIniPort::startDocPort: printer=NULL, jobId=0, level=2"));
     EXPECT_EQ(1, server->OpenConnections(Channel::Command));

@@ -6,8 +6,8 @@ set -euo pipefail
 farlink=$1
 folder=$(mktemp -d)
 export FARLINK_STATE=$folder/state TMPDIR=$folder
-servers=()
-trap 'for server in "${servers[@]}"; do kill "$server" 2>/dev/null || true; done; wait; rm -rf -- "$folder"' EXIT
+children=()
+trap 'exec 2>/dev/null; for child in "${children[@]}"; do kill -KILL "$child" 2>/dev/null || true; done; wait; rm -rf -- "$folder"' EXIT
 
 fail() {
     printf 'FAILED (line %s): %s\n' "${BASH_LINENO[1]}" "$1" >&2
@@ -21,8 +21,7 @@ expect() {
     shift
     "$farlink" "$@" >"$folder/last.out" 2>"$folder/last.err" </dev/null || status=$?
     [[ $status -eq $wanted ]] || fail "'farlink $*' ended with $status, not $wanted"
-    [[ $(wc -l <"$folder/last.err") -eq $((wanted == 1 || wanted == 2 ? 1 : 0)) || $wanted -eq 1 ]] ||
-        fail "'farlink $*' complains in other than one line"
+    [[ $(wc -l <"$folder/last.err") -le 1 ]] || fail "'farlink $*' complains in more than one line"
 }
 says() { grep -qe "$1" "$folder/last.out" || fail "no '$1' in the output"; }
 complains() { grep -qe "$1" "$folder/last.err" || fail "no '$1' in the complaint"; }
@@ -49,7 +48,7 @@ serve() {
     shift 2
     "$farlink" printserver --listen "$listen" --out "$folder/$name" "$@" >"$folder/$name.out" 2>&1 &
     server=$!
-    servers+=("$server")
+    children+=("$server")
     await_line '^Listening' "$folder/$name.out"
     port=$(sed -nE 's/^Listening.* port ([0-9]+) .*/\1/p' "$folder/$name.out")
 }
@@ -58,6 +57,7 @@ serve() {
 start_print() {
     "$farlink" print --to desk "$2" >"$folder/$1.out" 2>"$folder/$1.err" &
     printing=$!
+    children+=("$printing")
 }
 ends_with() {
     local status=0
@@ -173,7 +173,8 @@ test_cancelling() {
     expect 3 print --to desk "$folder/short.prn"
     says 'cancelled'
 
-    serve queue 0 --queue 30000
+    # A job that leaves in the queue is let go when its turn comes: long enough to look, short enough to wait.
+    serve queue 0 --queue 10 --seconds 1
     expect 0 port set desk --port "$port"
     start_print interrupted "$folder/short.prn"
     await_line "waiting in the print server's queue" "$folder/interrupted.out"

@@ -139,7 +139,7 @@ TEST_F(KeepAliveWorker, SilenceEndsAHangingOpeningOfTheCommandChannel)
         ServeData().AwaitHangUp();
         test_switches::SetTimeScale(kOpeningScale);
         const auto data = MakeData();
-        const auto channel = MakeCommand(kNever, 3000);
+        const auto channel = MakeCommand(0, 3000);
         EXPECT_TRUE(channel->InitializeKeepAlives(data));
         EXPECT_TRUE(data->Open());
         Pass(2000);
@@ -157,6 +157,7 @@ TEST_F(KeepAliveWorker, SilenceEndsAHangingOpeningOfTheCommandChannel)
         Pass(1001);
         EXPECT_FALSE(ResultOf(open));
         EXPECT_FALSE(data->IsConnected());
+        EXPECT_FALSE(log.Has("Sent keep-alive."));  // none between the opening's own messages
         EXPECT_TRUE(log.Has(connects ? "CCommandChannel::Open: ERROR: Failed to start notifications."
                                      : "CCommandChannel::Open: ERROR: Failed to connect underlying "
                                        "CSyncSocket."));
@@ -253,9 +254,12 @@ TEST_F(KeepAliveWorker, TheWorkerEndsWithoutATickWhenToldBeforeItsFirstWait)
         EXPECT_FALSE(workerless->InitializeKeepAlives(nullptr));
         EXPECT_EQ(Failures{std::string("CCommandChannel::InitializeKeepAlives: ") + row.failure},
                   log.Failures());
-        workerless->Shutdown();  // waits for nobody
-        EXPECT_EQ(1, workerless.use_count() - 1);
+        workerless->Shutdown();                // waits for nobody
+        EXPECT_EQ(2, workerless.use_count());  // ours and the fixture's
     }
+    const auto late = MakeCommand();
+    late->Shutdown();
+    EXPECT_FALSE(late->InitializeKeepAlives(nullptr));
 }
 
 // A spooler's thread in gReadPort, whichever of the two reads it sits in, is freed by the worker.
@@ -317,8 +321,8 @@ TEST_F(LostLink, AWorkerStuckInTheSpoolerFindsNothingDestroyed)
     const Gate stuck = spooler.Block(Spooler::GetJob);
     ASSERT_TRUE(server->Notify(Lpq(0, 9)));
     ASSERT_TRUE(stuck.AwaitArrival());
-    server->Refuse(Channel::Data);
     test_switches::SetTimeScale(0.01);
+    test_switches::FailCall("WSAStartup", 10091);  // a second document that comes no further
     log.Clear();
     EXPECT_FALSE(StartJob(kJob + 1));
     EXPECT_TRUE(log.Has("}CCommandChannel::~CCommandChannel"));

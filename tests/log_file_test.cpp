@@ -250,12 +250,15 @@ TEST_F(LogFile, TheLastLinesAreTheDetachAtUnloadAndAtProcessEnd)
 {
     ApplyLogSettings({krelpmEventEntry, 1, 0, 0});
     DllEntryPoint(GetModuleHandleW(nullptr), DLL_PROCESS_DETACH, GetModuleHandleW(nullptr));
+    vexkitTypeDiagnosticPuts("too late");
+    ApplyLogSettings({krelpmEventEntry, 1, 0, 0});
     DllEntryPoint(GetModuleHandleW(nullptr), DLL_PROCESS_DETACH, nullptr);
     const std::string line = "DllEntryPoint in server port monitor DLL - DLL_PROCESS_DETACH\r\n";
     const std::string content = Content();
     EXPECT_EQ(content.size() - line.size(), content.rfind(line));
     EXPECT_NE(std::string::npos, content.find(line));
     EXPECT_LT(content.find(line), content.rfind(line));
+    EXPECT_EQ(std::string::npos, content.find("too late"));
     DllEntryPoint(GetModuleHandleW(nullptr), DLL_PROCESS_ATTACH, nullptr);
 }
 

@@ -67,12 +67,12 @@ TEST_F(AsyncMessages, TheFirstRecordAnswersTheStart)
         ServeCommand(row.version).Expect(printserver::LpqRequest()).Send(row.answer).HangUp();
         const auto channel = MakeCommand();
         ASSERT_TRUE(channel->Open());
-        EXPECT_EQ(RecordText(-1, -1, -1, -1), channel->GetLPQInfo().ToString());
+        EXPECT_EQ(RecordText(-1, -1, -1, -1), channel->GetLPQInfo().ToString().text);
         log.Clear();
         EXPECT_EQ(row.failures.empty(), channel->StartLPQInfoNotifications());
         EXPECT_EQ(row.failures, log.Failures());
         EXPECT_EQ(row.failures.empty() ? RecordText(3, 2, 1, -2147483648LL) : RecordText(-1, -1, -1, -1),
-                  channel->GetLPQInfo().ToString());
+                  channel->GetLPQInfo().ToString().text);
         EXPECT_EQ("", server.FirstStepNotPlayed());
     }
 }
@@ -116,7 +116,7 @@ TEST_F(AsyncMessages, TheWorkerStoresEachRecord)
                                     std::to_string(row.payload.size()) + " bytes."));
         else
             EXPECT_TRUE(log.WaitFor("Received asynchronous LPQInfo notification: " + row.stored + "."));
-        EXPECT_EQ(row.stored, channel->GetLPQInfo().ToString());
+        EXPECT_EQ(row.stored, channel->GetLPQInfo().ToString().text);
     }
 }
 
@@ -329,6 +329,9 @@ TEST_F(CancelledAtTheServer, EachNotificationCancelsTheJobOnTheThreadThatReadIt)
     ASSERT_EQ(2u, ThreadsThatCancelled().size());
     EXPECT_NE(GetCurrentThreadId(), ThreadsThatCancelled()[0]);
 
+    test_switches::SetTimeScale(1000);  // no further tick of the worker's, which could be first
+    test_switches::CountCalls("WaitForSingleObject");
+    EXPECT_TRUE(Eventually([] { return test_switches::CallsCounted("WaitForSingleObject") > 0; }));
     server->FaultAt(printserver::Step::QueryReply, printserver::Fault::InFront(Notification(Lpq(0, 9))), 1);
     EXPECT_TRUE(Query(5));
     ASSERT_EQ(3u, ThreadsThatCancelled().size());

@@ -69,11 +69,12 @@ BOOL OpenPort(HANDLE, LPWSTR name, PHANDLE handle)
     });
 }
 
-BOOL StartDocPort(HANDLE handle, LPWSTR printer, DWORD jobId, DWORD, LPBYTE)
+BOOL StartDocPort(HANDLE handle, LPWSTR printer, DWORD jobId, DWORD level, LPBYTE info)
 {
     auto* port = static_cast<Port*>(handle);
+    const bool channel = level == 2 && reinterpret_cast<DOC_INFO_2W*>(info)->dwMode == DI_CHANNEL;
     const bool starts = Controls().Locked([&](TestMonitorScript& controls) {
-        controls.documents.push_back({port->name, jobId, GetTickCount(), "", false});
+        controls.documents.push_back({port->name, jobId, GetTickCount(), "", false, channel});
         port->document = controls.documents.size() - 1;
         return controls.failingStarts == 0 || controls.failingStarts-- == 0;
     });
@@ -116,6 +117,20 @@ BOOL WritePort(HANDLE handle, LPBYTE data, DWORD size, LPDWORD written)
         SetLastError(ERROR_GEN_FAILURE);
     }
     return done;
+}
+
+BOOL GetPrinterDataFromPort(HANDLE, DWORD controlId, LPWSTR, LPWSTR input, DWORD inputSize, LPWSTR output,
+                            DWORD outputSize, LPDWORD returned)
+{
+    Controls().Locked([&](TestMonitorScript& all) {
+        all.queries.push_back({controlId, std::string(reinterpret_cast<char*>(input), inputSize)});
+    });
+    Controls().Await([](const TestMonitorScript& all) { return !all.heldQuery; });
+    return Controls().Locked([&](TestMonitorScript& all) -> BOOL {
+        SetLastError(all.queryError);
+        *returned = static_cast<DWORD>(all.answer.copy(reinterpret_cast<char*>(output), outputSize));
+        return all.queryError == 0;
+    });
 }
 
 BOOL EndDocPort(HANDLE handle)
@@ -179,7 +194,7 @@ MONITOR2 table = {
     .pfnAddPortEx = nullptr,
     .pfnConfigurePort = nullptr,
     .pfnDeletePort = nullptr,
-    .pfnGetPrinterDataFromPort = nullptr,
+    .pfnGetPrinterDataFromPort = GetPrinterDataFromPort,
     .pfnSetPortTimeOuts = nullptr,
     .pfnXcvOpenPort = XcvOpenPort,
     .pfnXcvDataPort = XcvDataPort,

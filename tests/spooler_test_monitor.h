@@ -24,6 +24,9 @@ struct TestMonitorScript {
     std::vector<DWORD> onFailedWrite = {JOB_CONTROL_RESTART};
     std::vector<DWORD> onEnd = {JOB_CONTROL_SENT_TO_PRINTER};  // of a document without a failed write
     bool commandsFromAnotherThread = false;
+    bool heldQuery = false;         // queries wait until this is false
+    std::string answer = "answer";  // to queries
+    DWORD queryError = 0;           // not 0: queries fail with this last error
 
     struct Document {
         WideString port;
@@ -31,13 +34,19 @@ struct TestMonitorScript {
         DWORD startedAt;  // tick
         std::string bytes;
         bool ended;
+        bool channel = false;  // opened in channel mode
     };
     MONITORINIT init = {};
     int running = 0;  // monitors started and not shut down
     int writes = 0;
     std::vector<Document> documents;  // one for each start
     std::vector<BYTE*> xcvPointers;   // input, output
-    DWORD portsSeenFromWithin = 0;    // by EnumPortsW, called inside EndDocPort
+    struct Query {
+        DWORD controlId;
+        std::string input;
+    };
+    std::vector<Query> queries;
+    DWORD portsSeenFromWithin = 0;  // by EnumPortsW, called inside EndDocPort
 };
 
 struct TestMonitorControls : TestMonitorScript {

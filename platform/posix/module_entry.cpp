@@ -3,11 +3,14 @@
 // the end of the process `reserved` is not null. Other threads may still be about then, so that the
 // entry point has to leave everything as it lies. For libraries that are loaded at run time.
 
-#include <cstdlib>
-
 #include "platform/posix/module_list.h"
 
 int DllEntryPoint(HMODULE module, DWORD reason, LPVOID reserved);
+
+// atexit by its inner name: a checking runtime that stands in for atexit forgets whose handler it is, and
+// calls it after the library has gone.
+extern "C" int __cxa_atexit(void (*handler)(void*), void* argument, void* library);
+extern "C" void* __dso_handle;
 
 // What the linker asks for to take this file out of its archive.
 extern "C" void LinkModuleEntry() {}
@@ -36,7 +39,7 @@ void Detach(bool processEnds)
     posix_layer::ForgetModulePath(module);
     DllEntryPoint(module, DLL_PROCESS_ATTACH, nullptr);
     // The handlers of exit come before the loader's own clean-up. In an unload it is the other way.
-    (void)std::atexit([] { Detach(true); });
+    (void)__cxa_atexit([](void*) { Detach(true); }, nullptr, &__dso_handle);
 }
 
 [[gnu::destructor]] void Unload()

@@ -83,7 +83,7 @@ protected:
     // A command channel alone with its worker, open to such a script.
     std::shared_ptr<CCommandChannel> OpenCommand(SHORT period = kNever, SHORT timeout = kNever)
     {
-        test_switches::SetTimeScale(kOpeningScale);
+        test_switches::SetTimeScale(kOpeningScale / 2);  // there is no bind in it
         const auto channel = MakeCommand(period, timeout);
         EXPECT_TRUE(channel->InitializeKeepAlives(nullptr));
         EXPECT_TRUE(channel->Open());

@@ -162,15 +162,9 @@ HANDLE MonitorFixture::AddAndOpenPort(const WideString& name, const WideString& 
 
 std::vector<std::string> MonitorFixture::PortNames()
 {
-    DWORD needed = 0;
-    DWORD returned = 0;
-    table->pfnEnumPorts(monitor, nullptr, 1, nullptr, 0, &needed, &returned);
-    std::vector<PORT_INFO_1W> buffer(needed / sizeof(PORT_INFO_1W) + 1);
-    EXPECT_TRUE(table->pfnEnumPorts(monitor, nullptr, 1, reinterpret_cast<LPBYTE>(buffer.data()), needed,
-                                    &needed, &returned));
     std::vector<std::string> names;
-    for (DWORD i = 0; i < returned; i++)
-        names.push_back(Narrow(buffer[i].pName));
+    for (const WideString& name : ListPortNames(*table, monitor))
+        names.push_back(Narrow(name));
     return names;
 }
 

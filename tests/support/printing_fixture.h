@@ -14,7 +14,8 @@
 class Printing : public RunningMonitor {
 protected:
     static constexpr double kTimeScale = 0.02;
-    static constexpr WORD kPatientTimeout = 600;  // seconds: no silence test on a slow machine by mistake
+    static constexpr double kOpeningScale = 0.5;    // the opening's polls wait for the server's threads
+    static constexpr WORD kPatientTimeout = 32767;  // seconds: the silence test ends no call by mistake
     static constexpr DWORD kJob = 7;
 
     // A test that wants another server calls Serve first in its own SetUp or body, before it prints.
@@ -52,10 +53,19 @@ protected:
         Serve(std::move(options));
     }
 
+    // While a call may be opening channels.
+    struct SlowClock {
+        SlowClock() { test_switches::SetTimeScale(kOpeningScale); }
+        ~SlowClock() { test_switches::SetTimeScale(kTimeScale); }
+        SlowClock(const SlowClock&) = delete;
+        SlowClock& operator=(const SlowClock&) = delete;
+    };
+
     // --- what a spooler does with the port ---
 
     bool StartJob(DWORD jobId = kJob)
     {
+        const SlowClock slow;
         DOC_INFO_1W document{Text("Card"), nullptr, Text("RAW")};
         return table->pfnStartDocPort(port, Text("Printer"), jobId, 1, reinterpret_cast<LPBYTE>(&document));
     }
@@ -66,6 +76,7 @@ protected:
     }
     bool Write(printserver::Bytes bytes)
     {
+        const SlowClock slow;
         written = 0xDEADBEEF;
         return table->pfnWritePort(port, bytes.data(), static_cast<DWORD>(bytes.size()), &written);
     }
@@ -78,6 +89,7 @@ protected:
     bool End() { return table->pfnEndDocPort(port); }
     bool Query(DWORD control, DWORD outputSize = 64)
     {
+        const SlowClock slow;
         answer.assign(outputSize, 0xCD);
         returned = 0xDEADBEEF;
         return table->pfnGetPrinterDataFromPort(port, control, nullptr, Text("ab"), 4,

@@ -14,23 +14,23 @@ HANDLE TokenOf(DWORD threadId)
     return reinterpret_cast<HANDLE>(std::uintptr_t{threadId} + 0x10000);
 }
 
-std::vector<WideString> PortsOf(const MONITOR2* table, HANDLE monitor)
+}  // namespace
+
+std::vector<WideString> ListPortNames(const MONITOR2& table, HANDLE monitor)
 {
+    std::vector<PORT_INFO_1W> buffer;
     DWORD needed = 0;
     DWORD returned = 0;
-    table->pfnEnumPorts(monitor, nullptr, 1, nullptr, 0, &needed, &returned);
-    std::vector<PORT_INFO_1W> buffer(needed / sizeof(PORT_INFO_1W) + 1);
-    const auto size = static_cast<DWORD>(buffer.size() * sizeof(PORT_INFO_1W));
-    if (!table->pfnEnumPorts(monitor, nullptr, 1, reinterpret_cast<LPBYTE>(buffer.data()), size, &needed,
-                             &returned))
-        return {};
+    const auto size = [&] { return static_cast<DWORD>(buffer.size() * sizeof(PORT_INFO_1W)); };
+    while (!table.pfnEnumPorts(monitor, nullptr, 1, reinterpret_cast<LPBYTE>(buffer.data()), size(), &needed,
+                               &returned) &&
+           GetLastError() == ERROR_INSUFFICIENT_BUFFER)
+        buffer.resize(needed / sizeof(PORT_INFO_1W) + 1);
     std::vector<WideString> names;
     for (DWORD i = 0; i < returned; i++)
         names.emplace_back(buffer[i].pName);
     return names;
 }
-
-}  // namespace
 
 SpoolerDouble& SpoolerDouble::Instance()
 {
@@ -274,7 +274,7 @@ std::vector<WideString> SpoolerDouble::ListPorts()
         asked = monitors;
     }
     for (const auto& [table, monitor] : asked) {
-        for (WideString& name : PortsOf(table, monitor))
+        for (WideString& name : ListPortNames(*table, monitor))
             names.push_back(std::move(name));
     }
     return names;

@@ -116,3 +116,6 @@ private:
     std::vector<WideString> foreignPorts;
     std::vector<std::pair<const MONITOR2*, HANDLE>> monitors;
 };
+
+// The names of a monitor's ports as a spooler asks for them: again with more room while ports are added.
+std::vector<WideString> ListPortNames(const MONITOR2& table, HANDLE monitor);

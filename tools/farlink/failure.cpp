@@ -2,12 +2,15 @@
 
 #include <array>
 
+#include "platform/posix/utf.h"
 #include "spooler/spooler.h"
 #include "tools/farlink/error_words.h"
 
 namespace farlink {
 
 namespace {
+
+constexpr DWORD kFirstSocketWord = 10000;
 
 std::string Sentence(const std::string& what, std::string why, DWORD word)
 {
@@ -35,6 +38,14 @@ Failure SpoolerFailure(const std::string& what)
     if (text[0] == '\0')
         return PlatformFailure(what.empty() ? "The spooler failed" : what, word);
     return Failure(Sentence(what, text.data(), word));
+}
+
+Failure PortFailure(const WideString& port)
+{
+    const DWORD word = GetLastError();
+    if (word >= kFirstSocketWord && FindErrorWord(word) != nullptr)
+        return PlatformFailure("Port '" + ToUtf8(port) + "'", word);
+    return SpoolerFailure();
 }
 
 }  // namespace farlink

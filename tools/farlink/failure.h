@@ -37,4 +37,8 @@ Failure PlatformFailure(const std::string& what, DWORD word);
 // there is one. `what` may be empty: the spooler's text names the thing.
 Failure SpoolerFailure(const std::string& what = {});
 
+// Of the calling thread's last failed QueryPort or CheckPort. A word of the monitor's sockets says more
+// than the spooler's text.
+Failure PortFailure(const WideString& port);
+
 }  // namespace farlink

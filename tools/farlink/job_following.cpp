@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/posix/utf.h"
 #include "tools/farlink/error_words.h"
 #include "tools/farlink/interrupts.h"
 #include "tools/farlink/progress_view.h"
@@ -84,7 +85,7 @@ private:
     void Cancel()
     {
         cancelled = true;
-        view.Note("Cancelling. Ctrl-C again leaves at once.");
+        view.Note("Cancelling; the port lets go within half a minute. Ctrl-C again leaves at once.");
         for (const FollowedJob& job : jobs)
             (void)SetJobW(server.Get(), job.id, 0, nullptr, JOB_CONTROL_DELETE);
     }
@@ -175,6 +176,21 @@ std::string ReasonOf(const JOB_PROGRESS& progress)
     const ErrorWord* known = FindErrorWord(progress.lastError);
     return reason + (known == nullptr ? "" : std::string(": ") + known->meaning) + " (" +
            NameOfWord(progress.lastError) + ")";
+}
+
+void RequireIdle(const WideString& port)
+{
+    const std::vector<PrinterEntry> printers = ListPrinters();
+    const PrinterHandle server(WideString{});
+    for (const JobEntry& job : ListJobs(server)) {
+        JOB_PROGRESS progress{};
+        const bool isOurs = std::ranges::any_of(printers, [&](const PrinterEntry& printer) {
+            return SameName(printer.port, port) && SameName(printer.name, job.printer);
+        });
+        if (isOurs && ReadProgress(server, job.id, progress) && progress.phase >= JOB_PHASE_STARTING &&
+            progress.phase <= JOB_PHASE_ENDING)
+            throw PlatformFailure("Port '" + ToUtf8(port) + "'", ERROR_BUSY);
+    }
 }
 
 bool ReadProgress(const PrinterHandle& server, DWORD jobId, JOB_PROGRESS& progress)

@@ -2,6 +2,7 @@
 
 #include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
+#include "tools/farlink/job_following.h"
 #include "tools/farlink/port_administration.h"
 
 namespace farlink {
@@ -24,6 +25,12 @@ void Say(const Run& run, KeepAlive values)
              {"timeout", std::to_string(values.timeout) + " s (silence after which the link is given up)"}});
 }
 
+void Store(const WideString& port, KeepAlive values)
+{
+    RequireIdle(port);
+    SetKeepAlive(port, values);
+}
+
 void Set(const Run& run, const KeepAliveOptions& options)
 {
     if (!options.period && !options.timeout)
@@ -32,7 +39,7 @@ void Set(const Run& run, const KeepAliveOptions& options)
     KeepAlive values = GetKeepAlive(port);
     values.period = options.period.value_or(values.period);
     values.timeout = options.timeout.value_or(values.timeout);
-    SetKeepAlive(port, values);
+    Store(port, values);
     Say(run, GetKeepAlive(port));
 }
 
@@ -74,7 +81,7 @@ void AddKeepAliveCommands(CLI::App& farlink, Run& run)
     defaults->callback([&run, options] {
         const KeepAlive values = GetDefaultKeepAlive();
         if (!options->port.empty())
-            SetKeepAlive(ToUtf16(options->port), values);
+            Store(ToUtf16(options->port), values);
         Say(run, values);
     });
 }

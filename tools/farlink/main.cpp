@@ -66,6 +66,7 @@ int RunTool(int argc, char** argv)
     AddPrintCommand(app, run);
     AddJobsCommands(app, run);
     AddKeepAliveCommands(app, run);
+    AddQueryCommand(app, run);
     AddLogCommands(app, run);
     AddAboutCommand(app, run);
     AddPrintServerCommand(app, run);

@@ -3,8 +3,8 @@
 
 #include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
+#include "tools/farlink/job_following.h"
 #include "tools/farlink/port_administration.h"
-#include "tools/farlink/spooler_lists.h"
 
 namespace farlink {
 
@@ -63,6 +63,7 @@ void Set(const Run& run, const PortOptions& options)
     if (options.server.empty() && options.number == 0)
         throw Failure("Nothing to change: give --server or --port", ExitStatus::Usage);
     PortSettings port = GetPort(ToUtf16(options.name));
+    RequireIdle(port.name);
     if (!options.server.empty())
         port.server = ToUtf16(options.server);
     if (options.number != 0)

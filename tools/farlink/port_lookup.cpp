@@ -1,0 +1,21 @@
+#include "tools/farlink/port_lookup.h"
+
+#include "platform/posix/utf.h"
+#include "tools/farlink/failure.h"
+#include "tools/farlink/spooler_lists.h"
+
+namespace farlink {
+
+WideString FindPort(const std::string& name)
+{
+    const WideString wanted = ToUtf16(name);
+    for (const WideString& port : ListPorts())
+        if (SameName(port, wanted))
+            return port;
+    for (const PrinterEntry& printer : ListPrinters())
+        if (SameName(printer.name, wanted))
+            return printer.port;
+    throw PlatformFailure("'" + name + "'", ERROR_INVALID_PRINTER_NAME);
+}
+
+}  // namespace farlink

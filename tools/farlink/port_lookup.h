@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+#include "platform/platform.h"
+
+namespace farlink {
+
+// The port that a person means: the port of this name, or the one of the printer of this name. Throws
+// Failure.
+WideString FindPort(const std::string& name);
+
+}  // namespace farlink
