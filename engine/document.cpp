@@ -239,9 +239,9 @@ void krelIniPort::CleanUpDocument(DWORD document)
         channelMode = false;
 }
 
-// Takes the channels out of the port, which goes on under the number `next`, and ends them. False when the
-// document is over already.
-bool krelIniPort::DropChannels(DWORD document, DWORD next)
+// Takes the channels out of the port, which goes on under the number `nextDocument`, and ends them. False
+// when the document is over already.
+bool krelIniPort::DropChannels(DWORD document, DWORD nextDocument)
 {
     std::shared_ptr<CCommandChannel> command;
     std::shared_ptr<CDataChannel> data;
@@ -249,7 +249,7 @@ bool krelIniPort::DropChannels(DWORD document, DWORD next)
         CLockScope state(stateSection);
         if (documentNumber != document)
             return false;
-        documentNumber = next;
+        documentNumber = nextDocument;
         command.swap(commandChannel);
         data.swap(dataChannel);
     }

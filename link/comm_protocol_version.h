@@ -4,8 +4,9 @@
 
 class CCommandChannelMessage;
 
-// The communication protocol's version, ordered by number: 1.10 lies above 1.9.
-class CCommProtocolVersion {
+// The communication protocol's version, ordered by number: 1.10 lies above 1.9. Aligned so that every
+// compiler reads and writes it in one piece.
+class alignas(8) CCommProtocolVersion {
 public:
     CCommProtocolVersion() = default;
     // Takes what the text gives under "%i.%i"; numbers that it doesn't give are 0.

@@ -125,7 +125,7 @@ private:
     void BeginDocument(DWORD newJobId, bool inChannelMode);
     bool OpenDocumentPrinter(LPCWSTR printerName);
     void CleanUpDocument(DWORD document);
-    bool DropChannels(DWORD document, DWORD next);
+    bool DropChannels(DWORD document, DWORD nextDocument);
     static void ShutDown(std::shared_ptr<CCommandChannel> command, std::shared_ptr<CDataChannel> data);
     bool AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace);
     void MarkAsSent(CFunctionTrace& trace);

@@ -77,14 +77,20 @@ TEST_F(AsyncMessages, TheFirstRecordAnswersTheStart)
     }
 }
 
-// The first record has the number of any notification: the worker must leave it to the caller.
-TEST_F(AsyncMessages, TheWorkerDoesNotTakeTheFirstRecord)
+// The first record has the number of any notification: the worker must leave it to the caller, who stamps
+// the keep-alives meanwhile.
+TEST_F(AsyncMessages, TheWorkerLeavesTheFirstRecordToTheCaller)
 {
     printserver::Gate answer;
     ServeCommand().Expect(printserver::LpqRequest()).Wait(answer).SendNotification(Lpq(0, 2));
-    const auto channel = OpenCommand();
+    const auto channel = OpenCommand(kNever, 3000);
+    Pass(2000);
+    log.Clear();
     auto start = std::async(std::launch::async, [&] { return channel->StartLPQInfoNotifications(); });
-    EXPECT_TRUE(log.WaitFor("{CCommandChannel::StartLPQInfoNotifications"));
+    EXPECT_TRUE(log.WaitFor("{CCommandChannel::Receive"));
+    EXPECT_TRUE(server.Push(Channel::Command, KeepAlive()));
+    EXPECT_TRUE(log.WaitFor("Received asynchronous keep-alive message while waiting"));
+    Pass(2000);
     EXPECT_TRUE(AwaitTicks(2));
     answer.Open();
     EXPECT_TRUE(ResultOf(start));

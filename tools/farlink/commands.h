@@ -24,6 +24,7 @@ void AddPrintCommand(CLI::App& farlink, Run& run);
 void AddJobsCommands(CLI::App& farlink, Run& run);
 void AddKeepAliveCommands(CLI::App& farlink, Run& run);
 void AddQueryCommand(CLI::App& farlink, Run& run);
+void AddStatusCommand(CLI::App& farlink, Run& run);
 void AddLogCommands(CLI::App& farlink, Run& run);
 void AddAboutCommand(CLI::App& farlink, Run& run);
 void AddPrintServerCommand(CLI::App& farlink, Run& run);

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -7,6 +6,8 @@
 #include "platform/posix/utf.h"
 #include "spooler/spooler.h"
 #include "tools/farlink/commands.h"
+#include "tools/farlink/log_path.h"
+#include "tools/farlink/log_show.h"
 #include "tools/farlink/spooler_lists.h"
 
 namespace farlink {
@@ -92,14 +93,6 @@ DWORD EventsOf(const std::string& list)
     return events;
 }
 
-// Where a monitor that this environment starts writes its log.
-std::string LogFile(const MonitorEntry& monitor)
-{
-    std::array<WCHAR, 1024> folder{};
-    GetTempPathW(static_cast<DWORD>(folder.size()), folder.data());
-    return ToUtf8(folder.data() + monitor.library) + ".log";
-}
-
 void Show(const Run& run, const MonitorEntry& monitor)
 {
     const std::vector<std::string> events = NamesOf(Read(monitor, kEvents));
@@ -111,14 +104,14 @@ void Show(const Run& run, const MonitorEntry& monitor)
                    {"file", file},
                    {"debug", debug},
                    {"limitKiB", limit},
-                   {"path", LogFile(monitor)}});
+                   {"path", LogPath(monitor)}});
         return;
     }
     std::string list;
     for (const std::string& event : events)
         list += list.empty() ? event : "," + event;
     PrintTable({{"events", list.empty() ? "none" : list},
-                {"file", file ? "on, " + LogFile(monitor) : "off"},
+                {"file", file ? "on, " + LogPath(monitor) : "off"},
                 {"debug", debug ? "on" : "off"},
                 {"limit", limit == 0 ? "none" : std::to_string(limit) + " KiB"}});
 }
@@ -147,8 +140,12 @@ void Level(const Run& run, const LevelOptions& options)
 void AddLogCommands(CLI::App& farlink, Run& run)
 {
     auto options = std::make_shared<LevelOptions>();
-    CLI::App* log = farlink.add_subcommand("log", "The monitor's diagnostic log")->require_subcommand(1);
-    AddExamples(*log, "farlink log level --file on");
+    CLI::App* log = farlink.add_subcommand("log", "Show the monitor's diagnostic log in the order of time")
+                        ->require_subcommand(0, 1);
+    AddLogShowing(*log, run);
+    AddExamples(*log,
+                "farlink log --since 14:05:00\nfarlink log --follow --port 10.0.0.7:9100\n"
+                "farlink log saved.log --json\nfarlink log level --file on");
     CLI::App* level = log->add_subcommand(
         "level", "Show or change what is logged and where; counts for each monitor that starts from then on");
     AddJsonFlag(*level, run);

@@ -67,6 +67,7 @@ int RunTool(int argc, char** argv)
     AddJobsCommands(app, run);
     AddKeepAliveCommands(app, run);
     AddQueryCommand(app, run);
+    AddStatusCommand(app, run);
     AddLogCommands(app, run);
     AddAboutCommand(app, run);
     AddPrintServerCommand(app, run);
