@@ -139,21 +139,21 @@ static_assert(sizeof(PRINTER_INFO_2W) == 136 && offsetof(PRINTER_INFO_2W, cJobs)
 // error word; the last argument is MONITORINIT's hSpooler.
 struct MONITORREG {
     DWORD cbSize;
-    LONG (*fpCreateKey)
+    LONG(*fpCreateKey)
     (HKEYMONITOR parent, LPCWSTR name, DWORD options, REGSAM access, SECURITY_ATTRIBUTES* security,
      HKEYMONITOR* key, DWORD* disposition, HANDLE spooler);
     LONG (*fpOpenKey)(HKEYMONITOR parent, LPCWSTR name, REGSAM access, HKEYMONITOR* key, HANDLE spooler);
     LONG (*fpCloseKey)(HKEYMONITOR key, HANDLE spooler);
     LONG (*fpDeleteKey)(HKEYMONITOR parent, LPCWSTR name, HANDLE spooler);
-    LONG (*fpEnumKey)
+    LONG(*fpEnumKey)
     (HKEYMONITOR key, DWORD index, LPWSTR name, DWORD* nameLength, FILETIME* lastWrite, HANDLE spooler);
-    LONG (*fpQueryInfoKey)
+    LONG(*fpQueryInfoKey)
     (HKEYMONITOR key, DWORD* subkeys, DWORD* maxSubkey, DWORD* values, DWORD* maxValueName, DWORD* maxValue,
      DWORD* securityDescriptor, FILETIME* lastWrite, HANDLE spooler);
-    LONG (*fpSetValue)
+    LONG(*fpSetValue)
     (HKEYMONITOR key, LPCWSTR name, DWORD type, const BYTE* data, DWORD size, HANDLE spooler);
     LONG (*fpDeleteValue)(HKEYMONITOR key, LPCWSTR name, HANDLE spooler);
-    LONG (*fpEnumValue)
+    LONG(*fpEnumValue)
     (HKEYMONITOR key, DWORD index, LPWSTR name, DWORD* nameLength, DWORD* type, BYTE* data, DWORD* size,
      HANDLE spooler);
     LONG (*fpQueryValue)(HKEYMONITOR key, LPCWSTR name, DWORD* type, BYTE* data, DWORD* size, HANDLE spooler);
@@ -178,11 +178,11 @@ using HWND = HWND__*;
 
 struct MONITOR2 {
     DWORD cbSize;
-    BOOL (*pfnEnumPorts)
+    BOOL(*pfnEnumPorts)
     (HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE pPorts, DWORD cbBuf, LPDWORD pcbNeeded,
      LPDWORD pcReturned);
     BOOL (*pfnOpenPort)(HANDLE hMonitor, LPWSTR pName, PHANDLE pHandle);
-    BOOL (*pfnOpenPortEx)
+    BOOL(*pfnOpenPortEx)
     (HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortName, LPWSTR pPrinterName, PHANDLE pHandle,
      MONITOR2* pMonitor2);
     BOOL (*pfnStartDocPort)(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo);
@@ -194,17 +194,17 @@ struct MONITOR2 {
     BOOL (*pfnAddPortEx)(HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE lpBuffer, LPWSTR lpMonitorName);
     BOOL (*pfnConfigurePort)(HANDLE hMonitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
     BOOL (*pfnDeletePort)(HANDLE hMonitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
-    BOOL (*pfnGetPrinterDataFromPort)
+    BOOL(*pfnGetPrinterDataFromPort)
     (HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer, DWORD cbInBuffer,
      LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned);
     BOOL (*pfnSetPortTimeOuts)(HANDLE hPort, COMMTIMEOUTS* lpCTO, DWORD reserved);
     BOOL (*pfnXcvOpenPort)(HANDLE hMonitor, LPCWSTR pszObject, ACCESS_MASK GrantedAccess, PHANDLE phXcv);
-    DWORD (*pfnXcvDataPort)
+    DWORD(*pfnXcvDataPort)
     (HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData, DWORD cbInputData, PBYTE pOutputData,
      DWORD cbOutputData, PDWORD pcbOutputNeeded);
     BOOL (*pfnXcvClosePort)(HANDLE hXcv);
     void (*pfnShutdown)(HANDLE hMonitor);
-    DWORD (*pfnSendRecvBidiDataFromPort)
+    DWORD(*pfnSendRecvBidiDataFromPort)
     (HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction, BIDI_REQUEST_CONTAINER* pReqData,
      BIDI_RESPONSE_CONTAINER** ppResData);
 };
