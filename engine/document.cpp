@@ -68,13 +68,13 @@ bool krelIniPort::startDocPort(LPCWSTR pPrinterName, DWORD JobId, DWORD Level, c
         trace.Fail("Unable to get exclusive access to the port for printing.");
         return false;
     }
-    BeginDocument(JobId, inChannelMode);
+    const DWORD document = BeginDocument(JobId, inChannelMode);
     if (!OpenDocumentPrinter(pPrinterName)) {
         Cleanup();
         trace.Fail("Failed to OpenPrinter().");
         return false;
     }
-    if (!inChannelMode && !SetupCommunicationChannels(true)) {
+    if (!inChannelMode && !SetupCommunicationChannels(true, document)) {
         trace.Fail("Failed to setup communication channels.");
         return false;
     }
@@ -100,12 +100,14 @@ bool krelIniPort::LockPortForPrinting()
     return false;
 }
 
-void krelIniPort::BeginDocument(DWORD newJobId, bool inChannelMode)
+// Gives the document's number.
+DWORD krelIniPort::BeginDocument(DWORD newJobId, bool inChannelMode)
 {
     CLockScope state(stateSection);
     channelMode = inChannelMode;
     jobId = newJobId;
     jobInError = false;
+    return documentNumber;
 }
 
 // A job with the number of the last one that failed is its second run. Any other job ends the memory of

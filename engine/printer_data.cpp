@@ -44,16 +44,17 @@ bool krelIniPort::getPrinterDataFromPort(DWORD ControlID, LPCWSTR, const void* l
 bool krelIniPort::OpenCommandChannelOnce(CFunctionTrace& trace)
 {
     CLockScope setup(setupSection);
-    if (!CanSetUp() || CommandChannel())
+    DWORD document;
+    if (!CanSetUp(&document) || CommandChannel())
         return true;
-    bool open = SetupCommunicationChannels(false);
+    bool open = SetupCommunicationChannels(false, document);
     const std::shared_ptr<CCommandChannel> command = CommandChannel();
     if (open && command && command->GetProtocolVersion() < CommandChannelAloneVersion()) {
         trace.Log(
             krelpmEventWarning,
             "Getting printer data from port relying on (unused) data channel - consider upgrading printer "
             "firmware.");
-        open = SetupCommunicationChannels(true);
+        open = SetupCommunicationChannels(true, document);
     }
     if (!open)
         trace.Fail("Failed to setup communication channels.");

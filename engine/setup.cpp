@@ -13,14 +13,9 @@ constexpr DWORD kCommandPortOffset = 2;
 
 // Any failure, an exception included, takes the whole port back to idle, unless another document has begun
 // on it meanwhile.
-bool krelIniPort::SetupCommunicationChannels(bool useDataChannel)
+bool krelIniPort::SetupCommunicationChannels(bool useDataChannel, DWORD document)
 {
     CFunctionTrace trace("krelIniPort::SetupCommunicationChannels");
-    DWORD document;
-    {
-        CLockScope state(stateSection);
-        document = documentNumber;
-    }
     try {
         // A query in channel mode may have left a command channel without a data channel.
         if (DropChannels(document, document) && SetUpAndOpen(useDataChannel, document, trace))
@@ -112,10 +107,11 @@ bool krelIniPort::OpenChannels(CCommandChannel& command, CDataChannel* data, CFu
     return true;
 }
 
-// Only a document in channel mode makes its channels on demand.
-bool krelIniPort::CanSetUp() const
+// Only a document in channel mode makes its channels on demand. Gives that document's number.
+bool krelIniPort::CanSetUp(DWORD* document) const
 {
     CLockScope state(stateSection);
+    *document = documentNumber;
     return channelMode && !deleted;
 }
 
@@ -123,5 +119,6 @@ bool krelIniPort::CanSetUp() const
 bool krelIniPort::SetUpDataChannelOnce()
 {
     CLockScope setup(setupSection);
-    return !CanSetUp() || DataChannel() || SetupCommunicationChannels(true);
+    DWORD document;
+    return !CanSetUp(&document) || DataChannel() || SetupCommunicationChannels(true, document);
 }

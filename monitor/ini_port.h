@@ -113,16 +113,16 @@ private:
     bool IsInUse();
 
     // engine/setup.cpp
-    bool SetupCommunicationChannels(bool useDataChannel);
+    bool SetupCommunicationChannels(bool useDataChannel, DWORD document);
     bool SetUpAndOpen(bool useDataChannel, DWORD document, CFunctionTrace& trace);
     bool OpenChannels(CCommandChannel& command, CDataChannel* data, CFunctionTrace& trace);
     bool SetUpDataChannelOnce();
     std::shared_ptr<CDataChannel> MakeDataChannel(const krelPortSettings& used, DWORD document);
     std::shared_ptr<CCommandChannel> MakeCommandChannel(const krelPortSettings& used, DWORD document);
-    bool CanSetUp() const;
+    bool CanSetUp(DWORD* document) const;
 
     // engine/document.cpp
-    void BeginDocument(DWORD newJobId, bool inChannelMode);
+    DWORD BeginDocument(DWORD newJobId, bool inChannelMode);
     bool OpenDocumentPrinter(LPCWSTR printerName);
     void CleanUpDocument(DWORD document);
     bool DropChannels(DWORD document, DWORD nextDocument);
