@@ -15,6 +15,18 @@ constexpr LONG kCancelledAtServer = 9;
 // noticing that the keep-alives have stopped.
 constexpr int kMessagesPerTick = 100;
 
+// Holds the calling thread's id while it stands.
+class CThreadMark {
+public:
+    explicit CThreadMark(std::atomic<DWORD>& place) : mark(place) { mark = GetCurrentThreadId(); }
+    ~CThreadMark() { mark = 0; }
+    CThreadMark(const CThreadMark&) = delete;
+    CThreadMark& operator=(const CThreadMark&) = delete;
+
+private:
+    std::atomic<DWORD>& mark;
+};
+
 bool IsIoctl(const CCommandChannelMessage& message, DWORD requestId)
 {
     return message.type == COMMAND_TYPE_IOCTL && message.requestId == requestId;
@@ -157,8 +169,7 @@ void CCommandChannel::StoreNotification(const CCommandChannelMessage& message, C
     }
     trace.Log(krelpmEventInfo, "Received asynchronous LPQInfo notification: %s.", lpqInfo.ToString().text);
     if (lpqInfo.boundJobState == kCancelledAtServer && owner) {
-        cancellingThread = GetCurrentThreadId();
+        const CThreadMark cancelling(cancellingThread);
         owner->CancelCurrentPrintJob();
-        cancellingThread = 0;
     }
 }

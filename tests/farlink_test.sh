@@ -203,9 +203,98 @@ test_cancelling() {
     says '^No ports'
 }
 
+# A port 'desk' with a print server, whose log is on.
+test_questions() {
+    serve asked 0 --queue 30000
+    expect 0 port add desk --server 127.0.0.1 --port "$port"
+    expect 0 query --to desk 0x1234 --hex '61 00:6B'
+    says '^00000000  61 00 6b  .*|a.k|$'
+    printf 'a\0b' >"$folder/question.bin"
+    expect 0 query --to desk 7 --in "$folder/question.bin" --raw
+    same_bytes "$folder/question.bin" "$folder/last.out"
+    expect 0 query --to desk 7 --in "$folder/question.bin" --out 2 --json
+    is_json whole
+    says '"size": 2' && says '"hex": "6100"'
+    expect 2 query --to desk 0
+    expect 2 query --to desk 7 --hex 123
+    expect 2 query --to desk 7 --hex 12 --in "$folder/question.bin"
+    expect 1 query --to nobody 7
+
+    expect 0 status desk
+    says '^reachable  *yes' && says '^protocol  *not known: the log is off' && says '^jobs  *none waits'
+    expect 0 log level --file on --limit 1024
+    expect 0 status desk --json
+    is_json whole
+    says '"reachable": "yes"' && says '"text": "1.10"' && says '"text": "queue position = 30000,'
+    start_print asked_meanwhile "$folder/short.prn"
+    await_line "waiting in the print server's queue" "$folder/asked_meanwhile.out"
+    expect 1 query --to desk 7
+    complains '(ERROR_BUSY, 170)$'
+    expect 0 status desk
+    says '^reachable  *not tried' && says '^jobs  *[0-9]* [a-z]'
+    kill -INT "$printing"
+    ends_with 3
+    expect 0 port set desk --port 1
+    expect 1 query --to desk 7
+    complains 'nothing listens.*(WSAECONNREFUSED, 10061)$'
+    expect 1 status desk
+    says '^reachable  *no: ' && says '^failures .*  Failed to connect\.$'
+}
+
+# With a ring that is written many times over while it is followed.
+test_log() {
+    expect 0 log --port 127.0.0.1:1
+    grep -qv ' 127\.0\.0\.1:1 0x' "$folder/last.out" && fail "a line of another tag"
+    expect 0 log --json
+    is_json lines
+    expect 2 log --since 24:00:00
+    expect 1 log "$folder/none.log"
+    complains 'There is no log file'
+    expect 0 log level --limit 64
+    rm "$folder/Farlink.log"
+    "$farlink" log --follow --since 00:00:00 >"$folder/followed.out" 2>"$folder/followed.err" &
+    local following=$! i
+    servers+=("$following")
+    for ((i = 0; i < 30; ++i)); do
+        expect 0 port show desk
+        expect 1 query --to desk 7
+        await_line "$(tail -n 1 < <("$farlink" log))" "$folder/followed.out"
+    done
+    kill "$following"
+    expect 0 log
+    [[ $(wc -l <"$folder/followed.out") -gt $(wc -l <"$folder/last.out") ]] || fail "the log never wrapped"
+    tail -n "$(wc -l <"$folder/last.out")" "$folder/followed.out" | cmp -s - "$folder/last.out" ||
+        fail "followed lines are not those of the log"
+    [[ ! -s $folder/followed.err ]] || fail "lines were lost"
+    expect 0 log level --defaults
+}
+
+# The words that complete `farlink WORDS...`, the last one begun.
+completed() {
+    COMP_WORDS=("$farlink" "$@") COMP_CWORD=$# COMPREPLY=()
+    _farlink
+    printf '%s ' "${COMPREPLY[@]}"
+}
+test_help() {
+    "$farlink" completion bash >"$folder/completion.out"
+    # shellcheck disable=SC1091
+    source "$folder/completion.out"
+    [[ $(completed po) == 'port ' ]] || fail "no command is completed"
+    [[ $(completed log level --) == *--limit* ]] || fail "no option is completed"
+    [[ $(completed log level --file o) == 'on off ' ]] || fail "no value is completed"
+    [[ $(completed port show d) == 'desk ' && $(completed query --to d) == 'desk ' ]] || fail "no port is completed"
+    expect 0 man
+    says '^\.SS farlink jobs retry' && says '^\.TH FARLINK 1'
+    command -v groff >/dev/null || return 0
+    [[ -z $(groff -man -Tutf8 -ww -z "$folder/last.out" 2>&1) ]] || fail "the manual page doesn't format"
+}
+
 test_ports
 test_settings
 test_sent
 test_dead_server_and_retry
 test_cancelling
+test_questions
+test_log
+test_help
 printf 'All is well.\n'

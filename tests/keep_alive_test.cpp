@@ -265,11 +265,6 @@ TEST_F(KeepAliveWorker, TheWorkerEndsWithoutATickWhenToldBeforeItsFirstWait)
 // A spooler's thread in gReadPort, whichever of the two reads it sits in, is freed by the worker.
 class LostLink : public Printing {
 protected:
-    void SetUp() override
-    {
-        Printing::SetUp();
-        test_switches::SetTimeScale(0.2);  // an opening counts its polls
-    }
     // A document on scripted channels, ahead of the read.
     void StartOnScripts(const std::string& version, int offered)
     {
@@ -289,26 +284,28 @@ protected:
 
 TEST_F(LostLink, FreesABlockedReader)
 {
-    for (const std::string version : {"1.0", "1.10"}) {
-        for (const int offered : {0, 5}) {
-            SCOPED_TRACE(version + (offered ? ", in the data channel" : ", in the command channel"));
-            Serve({});
-            StartOnScripts(version, offered);
-            log.Clear();
-            auto read = std::async(std::launch::async, [this] { return Read(64); });
-            EXPECT_TRUE(log.WaitFor(offered ? "{CDataChannel::Receive" : "{CCommandChannel::Receive"));
-            test_switches::SetTickCount(GetTickCount() + (kPatientTimeout + 1) * 1000);
-            EXPECT_EQ(std::future_status::ready, read.wait_for(std::chrono::seconds(30)));
-            EXPECT_FALSE(read.get());
-            EXPECT_EQ("", server->FirstStepNotPlayed());
-            for (const LogLine& line : log.All()) {
-                if (line.message == kSilent) {
-                    EXPECT_EQ("127.0.0.1:" + std::to_string(server->Port()), line.tag);
-                }
-            }
-            EXPECT_TRUE(log.Has(kSilent));
-            EXPECT_TRUE(End());
-        }
+    const struct {
+        const char* version;
+        int offered;
+        const char* blockedIn;
+    } rows[] = {{"1.0", 5, "{CDataChannel::Receive"}, {"1.10", 0, "{CCommandChannel::Receive"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.version);
+        Serve({});
+        StartOnScripts(row.version, row.offered);
+        log.Clear();
+        auto read = std::async(std::launch::async, [this] { return Read(64); });
+        EXPECT_TRUE(log.WaitFor(row.blockedIn));
+        test_switches::SetTickCount(GetTickCount() + (kPatientTimeout + 1) * 1000);
+        EXPECT_EQ(std::future_status::ready, read.wait_for(std::chrono::seconds(30)));
+        EXPECT_FALSE(read.get());
+        EXPECT_EQ("", server->FirstStepNotPlayed());
+        const auto lines = log.All();
+        const auto silent = std::find_if(lines.begin(), lines.end(),
+                                         [](const LogLine& line) { return line.message == kSilent; });
+        ASSERT_NE(lines.end(), silent);
+        EXPECT_EQ("127.0.0.1:" + std::to_string(server->Port()), silent->tag);
+        EXPECT_TRUE(End());
     }
 }
 
@@ -321,10 +318,9 @@ TEST_F(LostLink, AWorkerStuckInTheSpoolerFindsNothingDestroyed)
     const Gate stuck = spooler.Block(Spooler::GetJob);
     ASSERT_TRUE(server->Notify(Lpq(0, 9)));
     ASSERT_TRUE(stuck.AwaitArrival());
-    test_switches::SetTimeScale(0.01);
-    test_switches::FailCall("WSAStartup", 10091);  // a second document that comes no further
+    test_switches::FailCall("WSAStartup", 10091);  // the second document comes no further
     log.Clear();
-    EXPECT_FALSE(StartJob(kJob + 1));
+    EXPECT_FALSE(table->pfnStartDocPort(port, Text("Printer"), kJob + 1, 1, nullptr));
     EXPECT_TRUE(log.Has("}CCommandChannel::~CCommandChannel"));
     EXPECT_FALSE(log.Has("}CCommandChannel::ThreadProc"));
     EXPECT_EQ(1, spooler.OpenPrinters());  // the worker's own is not given back under it

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 
+#include "tools/farlink/log_findings.h"
 #include "tools/farlink/log_follower.h"
 #include "tools/farlink/log_text.h"
 
@@ -269,4 +270,38 @@ TEST(LogFollowing, TellsWhenTheWriterWasFaster)
     std::vector<std::string> once = following.seen;
     std::ranges::sort(once);
     EXPECT_EQ(once.end(), std::ranges::adjacent_find(once));
+}
+
+TEST(LogFindings, AreTheLastWordsOfOnePortAndTheCauseOfEachFault)
+{
+    const std::string tag = "10.0.0.7:9100";
+    const auto line = [](int second, const std::string& port, int thread, const std::string& message) {
+        return "10:00:0" + std::to_string(second) + ".000 " + port + " 0x" + std::to_string(thread) + "\t" +
+               message + "\r\n";
+    };
+    const std::string content =
+        line(1, tag, 1, ":31:2e:31:30") + line(1, "N/A", 2, ":39:2e:39") +
+        line(1, tag, 3, ":31:2e:31") +  // another thread's bytes in between
+        line(1, tag, 1, "        {CCommProtocolVersion::Initialize") +
+        line(2, tag, 1, "Received initial LPQInfo notification: queue position = 2.") +
+        line(3, "other:1", 1, "Received asynchronous LPQInfo notification: queue position = 9.") +
+        line(4, tag, 1, "        }A::Connect: ERROR: Failed to connect.") +
+        line(4, tag, 1, "    }B::Open: ERROR: Failed to open data channel.") +
+        line(4, tag, 1, "    }B::Open") + line(5, tag, 1, "A::Connect: ERROR: Call to recv() failed.") +
+        line(5, tag, 3, "C::Tick: ERROR: Silence: ERROR: twice.");
+    LogFindings found = FindInLog(RecordsInOrderOfTime(content), tag);
+    ASSERT_TRUE(found.version && found.lastNote);
+    EXPECT_EQ("1.10", found.version->text);
+    EXPECT_EQ("10:00:02.000", found.lastNote->time);
+    EXPECT_EQ("queue position = 2", found.lastNote->text);
+    ASSERT_EQ(3u, found.failures.size());
+    EXPECT_EQ("Failed to connect.", found.failures[0].text);
+    EXPECT_EQ("10:00:05.000", found.failures[1].time);
+    EXPECT_EQ("Silence: ERROR: twice.", found.failures[2].text);
+
+    // Bytes that are no version aren't shown as one.
+    const std::string garbage =
+        line(1, tag, 1, ":1b:5b:32:4a") + line(1, tag, 1, "{CCommProtocolVersion::Initialize");
+    found = FindInLog(RecordsInOrderOfTime(garbage), tag);
+    EXPECT_FALSE(found.version || found.lastNote);
 }

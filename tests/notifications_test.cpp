@@ -307,11 +307,6 @@ TEST_F(PrinterRequests, OfTwoCallersNeverTakeEachOthersReply)
 // A document on a port: what the server says of its job reaches the spooler.
 class CancelledAtTheServer : public Printing {
 protected:
-    void SetUp() override
-    {
-        Printing::SetUp();
-        test_switches::SetTimeScale(0.2);  // an opening counts its polls
-    }
     std::vector<DWORD> ThreadsThatCancelled()
     {
         std::vector<DWORD> threads;

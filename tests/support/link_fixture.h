@@ -38,10 +38,10 @@ inline bool Eventually(const std::function<bool()>& predicate)
 // The channels by themselves, without a port, on a print server of the test's own; the monitor runs for its
 // log alone. Settings in seconds never pass by themselves: time moves by Pass, so that no test depends on
 // the machine's speed. An opening counts its polls for a reply, and a slow machine must get its answer in:
-// a bind has 200 ms at first. Hurry then makes a worker tick every 10 ms.
+// a bind has 400 ms at first. Hurry then makes a worker tick every 10 ms.
 class LinkFixture : public RunningMonitor {
 protected:
-    static constexpr double kOpeningScale = 0.2;
+    static constexpr double kOpeningScale = 0.4;
     static constexpr SHORT kNever = 30000;  // seconds: five minutes of real time at the least
 
     void SetUp() override
@@ -80,14 +80,14 @@ protected:
     {
         return server.Command().Accept().AnswerVersion(version).AnswerStartKeepAlives();
     }
-    // A command channel alone with its worker, open to such a script.
+    // A command channel alone, open to such a script, with its worker: started last, it ticks fast at once.
     std::shared_ptr<CCommandChannel> OpenCommand(SHORT period = kNever, SHORT timeout = kNever)
     {
-        test_switches::SetTimeScale(kOpeningScale / 2);  // there is no bind in it
+        test_switches::SetTimeScale(kOpeningScale);
         const auto channel = MakeCommand(period, timeout);
-        EXPECT_TRUE(channel->InitializeKeepAlives(nullptr));
         EXPECT_TRUE(channel->Open());
         Hurry();
+        EXPECT_TRUE(channel->InitializeKeepAlives(nullptr));
         return channel;
     }
 

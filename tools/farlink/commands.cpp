@@ -23,11 +23,15 @@ void AddExamples(CLI::App& command, const std::string& lines)
     command.footer(footer);
 }
 
+void PrintText(const std::string& text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
 void PrintLine(const std::string& line)
 {
-    const std::string whole = line + "\n";
-    std::fwrite(whole.data(), 1, whole.size(), stdout);
-    std::fflush(stdout);
+    PrintText(line + "\n");
 }
 
 void PrintJson(const Json& value)

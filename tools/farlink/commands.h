@@ -29,6 +29,8 @@ void AddLogCommands(CLI::App& farlink, Run& run);
 void AddAboutCommand(CLI::App& farlink, Run& run);
 void AddPrintServerCommand(CLI::App& farlink, Run& run);
 void AddSampleCommand(CLI::App& farlink);
+void AddCompletionCommand(CLI::App& farlink);
+void AddManCommand(CLI::App& farlink);
 
 // --- pieces that the commands share ------------------------------------------------------------------
 
@@ -38,6 +40,7 @@ void AddExamples(CLI::App& command, const std::string& lines);
 extern const char* const kExitStatusHelp;
 
 // To standard output, all of it at once. Bytes that are no UTF-8 are replaced.
+void PrintText(const std::string& text);
 void PrintLine(const std::string& line);
 void PrintJson(const Json& value);      // over several lines, for one answer
 void PrintJsonLine(const Json& value);  // in one line, for a stream

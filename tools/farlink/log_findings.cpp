@@ -20,6 +20,11 @@ bool IsVersion(std::string_view text)
     return !text.empty() && text.find_first_not_of("0123456789.") == std::string_view::npos;
 }
 
+std::string Sentence(std::string_view text)
+{
+    return std::string(text.substr(0, text.find_last_not_of('.') + 1));
+}
+
 class Finder {
 public:
     void Take(const LogFields& fields)
@@ -35,7 +40,7 @@ public:
         else if (message.starts_with(kDefaultVersion))
             found.version = {time, "1.0"};
         else if (const std::size_t note = message.find(kNote); note != std::string_view::npos)
-            found.lastNote = {time, std::string(message.substr(note + kNote.size()))};
+            found.lastNote = {time, Sentence(message.substr(note + kNote.size()))};
         TakeFailure(fields, message);
     }
     LogFindings found;

@@ -72,6 +72,8 @@ int RunTool(int argc, char** argv)
     AddAboutCommand(app, run);
     AddPrintServerCommand(app, run);
     AddSampleCommand(app);
+    AddCompletionCommand(app);
+    AddManCommand(app);
     try {
         app.parse(argc, argv);
         return static_cast<int>(run.status);

@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -80,8 +79,7 @@ void Show(const Run& run, const QueryOptions& options, const WideString& port, c
         PrintJson(
             {{"port", ToUtf8(port)}, {"id", options.id}, {"size", reply.size()}, {"hex", HexOf(reply)}});
     } else if (options.raw) {
-        std::fwrite(reply.data(), 1, reply.size(), stdout);
-        std::fflush(stdout);
+        PrintText(reply);
     } else if (reply.empty()) {
         PrintLine("The reply has no bytes.");
     } else {
