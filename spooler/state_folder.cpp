@@ -35,7 +35,7 @@ std::string ChosenPath()
 {
     if (std::string own = Environment("FARLINK_STATE"); !own.empty())
         return own;
-    // A relative XDG_STATE_HOME is to be ignored (XDG Base Directory Specification).
+    // A relative XDG_STATE_HOME is to be ignored (XDG base directories).
     if (std::string state = Environment("XDG_STATE_HOME"); state.starts_with('/'))
         return state + "/farlink";
     return HomeFolder() + "/.local/state/farlink";
