@@ -232,8 +232,9 @@ test_questions() {
     complains '(ERROR_BUSY, 170)$'
     expect 0 status desk
     says '^reachable  *not tried' && says '^jobs  *[0-9]* [a-z]'
-    kill -INT "$printing"
-    ends_with 3
+    kill -KILL "$printing"
+    ends_with 137
+    expect 0 jobs cancel "$(id_in asked_meanwhile)"
     expect 0 port set desk --port 1
     expect 1 query --to desk 7
     complains 'nothing listens.*(WSAECONNREFUSED, 10061)$'
@@ -241,7 +242,7 @@ test_questions() {
     says '^reachable  *no: ' && says '^failures .*  Failed to connect\.$'
 }
 
-# With a ring that is written many times over while it is followed.
+# With a ring that one process writes several times over while it is followed.
 test_log() {
     expect 0 log --port 127.0.0.1:1
     grep -qv ' 127\.0\.0\.1:1 0x' "$folder/last.out" && fail "a line of another tag"
@@ -250,22 +251,23 @@ test_log() {
     expect 2 log --since 24:00:00
     expect 1 log "$folder/none.log"
     complains 'There is no log file'
-    expect 0 log level --limit 64
+    serve logged 0
+    expect 0 port set desk --port "$port"
+    expect 0 log level --limit 16
     rm "$folder/Farlink.log"
     "$farlink" log --follow --since 00:00:00 >"$folder/followed.out" 2>"$folder/followed.err" &
-    local following=$! i
-    servers+=("$following")
-    for ((i = 0; i < 30; ++i)); do
-        expect 0 port show desk
-        expect 1 query --to desk 7
-        await_line "$(tail -n 1 < <("$farlink" log))" "$folder/followed.out"
-    done
+    local following=$! documents i
+    children+=("$following")
+    for ((i = 0; i < 5; ++i)); do documents+=("$folder/short.prn"); done
+    expect 0 print --to desk "${documents[@]}"
+    await_line "$(tail -n 1 < <("$farlink" log))" "$folder/followed.out"
     kill "$following"
     expect 0 log
     [[ $(wc -l <"$folder/followed.out") -gt $(wc -l <"$folder/last.out") ]] || fail "the log never wrapped"
     tail -n "$(wc -l <"$folder/last.out")" "$folder/followed.out" | cmp -s - "$folder/last.out" ||
         fail "followed lines are not those of the log"
-    [[ ! -s $folder/followed.err ]] || fail "lines were lost"
+    [[ $(grep -c 'gStartDocPort$' "$folder/followed.out") -eq 5 ]] || fail "lines were lost or repeated"
+    [[ ! -s $folder/followed.err ]] || fail "the writer was faster"
     expect 0 log level --defaults
 }
 

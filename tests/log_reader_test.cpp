@@ -235,7 +235,7 @@ TEST(LogFollowing, LosesAndRepeatsNothingHoweverOftenItLooks)
         Writer writer(seed % 5 == 0 ? 0 : 2000);
         Following following(writer);
         for (int i = 0; i < 400; ++i) {
-            writer.PutLine(writer.Line(30 + random() % 150));
+            writer.PutLine(writer.Line(seed % 3 == 0 ? 50 : 30 + random() % 150));
             if (random() % 4 == 0)
                 following.Look();  // between a line and its marker
             writer.PutMarker();
@@ -253,6 +253,29 @@ TEST(LogFollowing, LosesAndRepeatsNothingHoweverOftenItLooks)
             << "after " << wanted - writer.written.begin() << " lines, got "
             << (got == following.seen.end() ? "nothing" : *got);
     }
+}
+
+// Short-lived processes on a full file each begin it anew, and write as much as the one before.
+TEST(LogFollowing, SeesAProcessThatEndsWhereTheLastOneDid)
+{
+    Writer writer(500);
+    for (int i = 0; i < 20; ++i)
+        writer.Write();
+    Following following(writer);
+    following.Look();
+    const std::size_t before = following.seen.size();
+    for (int process = 0; process < 5; ++process) {
+        writer.Restart();
+        for (int i = 0; i < 3; ++i) {
+            writer.PutLine(writer.Line(40));
+            following.Look();
+            writer.PutMarker();
+        }
+        following.Look();
+    }
+    EXPECT_EQ(LastOf(writer.written, 15),
+              std::vector<std::string>(following.seen.begin() + static_cast<std::ptrdiff_t>(before),
+                                       following.seen.end()));
 }
 
 TEST(LogFollowing, TellsWhenTheWriterWasFaster)

@@ -9,7 +9,6 @@ namespace farlink {
 namespace {
 
 constexpr std::size_t kStartSize = 64;
-constexpr std::size_t kLastLineSize = 256;
 constexpr std::size_t kEndSize = 64;
 constexpr int kLooksForMarker = 3;
 
@@ -23,8 +22,7 @@ std::string_view LastLineOf(std::string_view lines)
 {
     const std::size_t end =
         lines.substr(0, lines.size() - std::min<std::size_t>(lines.size(), 1)).rfind('\n');
-    const std::string_view last = lines.substr(end + 1);  // npos + 1 is 0
-    return last.substr(last.size() - std::min(last.size(), kLastLineSize));
+    return lines.substr(end + 1);  // npos + 1 is 0
 }
 
 // A line that is still being written waits for the next look.
@@ -88,14 +86,15 @@ LogFollower::News LogFollower::LookBehind(std::uint64_t size, bool wrapped)
     const std::string behind = file.Read(position, size);
     const std::string_view text = behind;
     const std::size_t marker = FindWrapMarker(text);
-    const bool isOwn = marker != std::string::npos ? IsNewMarker(position + marker)
-                                                   : position + kWrapMarker.size() >= knownSize;
+    const bool isOwn = marker != std::string::npos
+                           ? marker == 0 || IsNewMarker(position + marker, text.substr(0, marker))
+                           : position + kWrapMarker.size() >= knownSize;
     if (!wrapped && !isOwn)
         return {};  // the writer is between a line in old text and its marker
 
     const std::string begin = wrapped ? file.Read(0, position) : std::string();
     if (const std::size_t own = FindWrapMarker(begin);
-        wrapped && (own == std::string::npos || !IsNewMarker(own)))
+        wrapped && (own == std::string::npos || !IsNewMarker(own, std::string_view(begin).substr(0, own))))
         return {};
 
     News news;
@@ -122,7 +121,7 @@ LogFollower::News LogFollower::LookAround(std::uint64_t size)
 {
     const std::string content = file.Read(0, size);
     const std::size_t marker = FindWrapMarker(content);
-    if (marker == std::string::npos || marker == position || !IsNewMarker(marker))
+    if (marker == std::string::npos || !IsNewMarker(marker, std::string_view(content).substr(0, marker)))
         return {};  // its own is still to come
     News news;
     Append(news, NewLines(content, knownSize));
@@ -148,31 +147,37 @@ void LogFollower::MoveTo(const Place& reached, std::uint64_t size)
                                                     : file.Read(0, startSize);
     position = reached.end;
     knownSize = size;
-    FindOldMarkers();
+    FindMarkers();
     oldEnd = file.Read(size - std::min<std::uint64_t>(size, kEndSize), size);
 }
 
 // A file that grows without limit gets no markers: it needn't be read again.
-void LogFollower::FindOldMarkers()
+void LogFollower::FindMarkers()
 {
-    if (position == knownSize && oldMarkers.empty())
+    if (position == knownSize && markers.empty())
         return;
-    oldMarkers.clear();
+    markers.clear();
     const std::string content = file.Read(0, knownSize);
+    const std::string_view text = content;
     std::size_t from = 0;
     for (;;) {
-        const std::size_t next = FindWrapMarker(std::string_view(content).substr(from));
+        const std::size_t next = FindWrapMarker(text.substr(from));
         if (next == std::string::npos)
             return;
-        if (from + next != position)
-            oldMarkers.push_back(from + next);
+        markers.emplace(from + next, LastLineOf(text.substr(from, next)));
         from += next + kWrapMarker.size();
     }
 }
 
-bool LogFollower::IsNewMarker(std::uint64_t place) const
+// A writer that is between a line and its marker leaves the old ones to be found, the next one with what
+// the line has left of the text before it. Its own may come to the place of an old one, behind a new line.
+bool LogFollower::IsNewMarker(std::uint64_t place, std::string_view before) const
 {
-    return std::ranges::find(oldMarkers, place) == oldMarkers.end();
+    const auto known = markers.find(place);
+    if (known == markers.end())
+        return true;
+    const std::string_view line = LastLineOf(before);
+    return line != known->second && BeginsRecord(line);
 }
 
 bool LogFollower::IsUnchanged(std::uint64_t size)

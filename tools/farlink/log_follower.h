@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,7 +20,7 @@ public:
 
 // Gives the records of a log that is being written, each once and in the order of time, over wraps and
 // restarts of the writer. One look must come per pass of the writer through the file; with fewer, lines
-// are overwritten unread, and the news say so.
+// are overwritten unread, and as a rule the news say so.
 class LogFollower {
 public:
     explicit LogFollower(LogBytes& followed) : file(followed) {}
@@ -42,8 +43,8 @@ private:
     News LookAround(std::uint64_t size);
     Place TakeBegin(std::string_view begin, News& news);
     void MoveTo(const Place& reached, std::uint64_t size);
-    void FindOldMarkers();
-    bool IsNewMarker(std::uint64_t place) const;
+    void FindMarkers();
+    bool IsNewMarker(std::uint64_t place, std::string_view before) const;
     bool IsUnchanged(std::uint64_t size);
     bool StartIsUnchanged();
     bool LastLineIsThere();
@@ -55,7 +56,7 @@ private:
     std::string lastLine;        // before `position`: gone when the writer has passed it anew
     std::string start;           // of the file: another one after a wrap
     std::uint64_t knownSize = 0;
-    std::vector<std::uint64_t> oldMarkers;  // of earlier processes; between a line and its marker these alone
+    std::map<std::uint64_t, std::string> markers;  // all in the file, with the line before each
     std::string oldEnd;  // before `knownSize`: still there when another writer wrapped, one that began there
 };
 

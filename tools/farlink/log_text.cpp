@@ -9,15 +9,6 @@ namespace {
 constexpr std::string_view kTimeShape = "00:00:00.000 ";
 constexpr int kHalfDay = 12 * 3600;
 
-bool HasTime(std::string_view line)
-{
-    if (line.size() < kTimeShape.size())
-        return false;
-    return std::equal(kTimeShape.begin(), kTimeShape.end(), line.begin(), [](char shape, char letter) {
-        return shape == '0' ? letter >= '0' && letter <= '9' : letter == shape;
-    });
-}
-
 // The first line of `text` with its line end, which is taken off `text`.
 std::string_view TakeLine(std::string_view& text)
 {
@@ -36,12 +27,12 @@ void CutLineEnd(std::string_view& record)
 // `text` has no marker in it. Behind a marker all that comes before the first time is torn.
 void AppendRecords(std::string_view text, bool behindMarker, std::vector<std::string_view>& records)
 {
-    while (behindMarker && !text.empty() && !HasTime(text))
+    while (behindMarker && !text.empty() && !BeginsRecord(text))
         TakeLine(text);
     while (!text.empty()) {
         const char* const begin = text.data();
         std::size_t size = TakeLine(text).size();
-        while (!text.empty() && !HasTime(text))
+        while (!text.empty() && !BeginsRecord(text))
             size += TakeLine(text).size();
         std::string_view record(begin, size);
         CutLineEnd(record);
@@ -65,6 +56,15 @@ int SecondsOf(std::string_view time)
 }
 
 }  // namespace
+
+bool BeginsRecord(std::string_view line)
+{
+    if (line.size() < kTimeShape.size())
+        return false;
+    return std::equal(kTimeShape.begin(), kTimeShape.end(), line.begin(), [](char shape, char letter) {
+        return shape == '0' ? letter >= '0' && letter <= '9' : letter == shape;
+    });
+}
 
 std::size_t FindWrapMarker(std::string_view text)
 {
@@ -112,7 +112,7 @@ std::vector<std::string_view> RecordsInOrderOfTime(std::string_view file)
 LogFields FieldsOf(std::string_view record)
 {
     LogFields fields;
-    if (!HasTime(record)) {
+    if (!BeginsRecord(record)) {
         fields.message = record;
         return fields;
     }
@@ -132,7 +132,7 @@ void DropBefore(std::string_view time, std::vector<std::string_view>& records)
     auto first = records.end();
     for (; first != records.begin(); --first) {
         const std::string_view record = first[-1];
-        if (!HasTime(record))
+        if (!BeginsRecord(record))
             continue;
         const int now = SecondsOf(record);
         if (after < 0)

@@ -21,6 +21,9 @@ std::size_t FindWrapMarker(std::string_view text);
 // the last complete line in a file without one.
 std::size_t EndOfNewestLine(std::string_view file);
 
+// True for a line with a time.
+bool BeginsRecord(std::string_view line);
+
 // The records of a stretch of a file that is in order. Markers in it are dropped, each with the half line
 // behind it.
 std::vector<std::string_view> RecordsOf(std::string_view stretch);
