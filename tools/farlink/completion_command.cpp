@@ -83,9 +83,11 @@ std::string ValueCases(const CommandEntry& command)
         if (option.isPositional || option.value.empty())
             continue;
         const std::string completer = CompleterOf(option);
+        const std::string body = ") " + (completer.empty() ? "" : completer + "; ") + "return ;;\n";
         for (const std::string& name : option.names)
-            cases += "        " + Quoted(command.path + " " + name) + ") " + completer +
-                     (completer.empty() ? "" : "; ") + "return ;;\n";
+            cases.append(8, ' ')
+                .append(Quoted(std::string(command.path).append(" ").append(name)))
+                .append(body);
     }
     return cases;
 }

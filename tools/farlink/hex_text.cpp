@@ -64,7 +64,8 @@ std::vector<std::string> HexDump(std::string_view bytes)
         std::string line = head.data();
         std::string printable;
         for (const char byte : part) {
-            line += " " + HexOf({&byte, 1});
+            line += ' ';
+            line += HexOf({&byte, 1});
             printable += IsPrintable(byte) ? byte : '.';
         }
         line.resize(9 + 3 * kBytesPerLine, ' ');

@@ -17,7 +17,7 @@ namespace farlink {
 namespace {
 
 // What a message to the print server can carry, either way.
-constexpr std::size_t kMostBytes = 16 * 1024 * 1024;
+constexpr std::size_t kMostBytes = std::size_t{16} * 1024 * 1024;
 
 struct QueryOptions {
     std::string destination;
