@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace farlink {
 
@@ -69,7 +70,8 @@ std::vector<std::string> HexDump(std::string_view bytes)
             printable += IsPrintable(byte) ? byte : '.';
         }
         line.resize(9 + 3 * kBytesPerLine, ' ');
-        lines.push_back(line + "  |" + printable + "|");
+        line.append("  |").append(printable).append("|");
+        lines.push_back(std::move(line));
     }
     return lines;
 }
