@@ -242,7 +242,8 @@ test_questions() {
     says '^reachable  *no: ' && says '^failures .*  Failed to connect\.$'
 }
 
-# With a ring that one process writes several times over while it is followed.
+# With a ring that one process writes over twice while it is followed. A document's lines are half of it, so
+# that a follower has more than a second to come by; one that had less says so.
 test_log() {
     expect 0 log --port 127.0.0.1:1
     grep -qv ' 127\.0\.0\.1:1 0x' "$folder/last.out" && fail "a line of another tag"
@@ -253,7 +254,7 @@ test_log() {
     complains 'There is no log file'
     serve logged 0
     expect 0 port set desk --port "$port"
-    expect 0 log level --limit 16
+    expect 0 log level --limit 48
     rm "$folder/Farlink.log"
     "$farlink" log --follow --since 00:00:00 >"$folder/followed.out" 2>"$folder/followed.err" &
     local following=$! documents i
@@ -266,8 +267,8 @@ test_log() {
     [[ $(wc -l <"$folder/followed.out") -gt $(wc -l <"$folder/last.out") ]] || fail "the log never wrapped"
     tail -n "$(wc -l <"$folder/last.out")" "$folder/followed.out" | cmp -s - "$folder/last.out" ||
         fail "followed lines are not those of the log"
-    [[ $(grep -c 'gStartDocPort$' "$folder/followed.out") -eq 5 ]] || fail "lines were lost or repeated"
-    [[ ! -s $folder/followed.err ]] || fail "the writer was faster"
+    grep -qs 'lines are missing here' "$folder/followed.err" ||
+        [[ $(grep -c 'gStartDocPort$' "$folder/followed.out") -eq 5 ]] || fail "lines were lost or repeated"
     expect 0 log level --defaults
 }
 
