@@ -8,10 +8,10 @@ void LoadLogSettings(krelMonRegistryAgent& agent)
     const krelMonRegistryKey ports = agent.CreatePortsKey();
     if (!ports.IsOpen())
         return;
-    LogSettings settings = CurrentLogSettings();
-    agent.QueryDword(ports, TEXT("EventTypesToLog"), &settings.eventTypesToLog);
-    agent.QueryDword(ports, TEXT("LogToFile"), &settings.logToFile);
-    agent.QueryDword(ports, TEXT("LogToDebugOutput"), &settings.logToDebugOutput);
-    agent.QueryDword(ports, TEXT("MaxLogFileSize"), &settings.maxLogFileSize);
+    LogSettings settings;
+    settings.eventTypesToLog = agent.QueryDword(ports, TEXT("EventTypesToLog"));
+    settings.logToFile = agent.QueryDword(ports, TEXT("LogToFile"));
+    settings.logToDebugOutput = agent.QueryDword(ports, TEXT("LogToDebugOutput"));
+    settings.maxLogFileSize = agent.QueryDword(ports, TEXT("MaxLogFileSize"));
     ApplyLogSettings(settings);
 }

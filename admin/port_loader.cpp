@@ -30,21 +30,20 @@ krelIniPort* loadPortFromRegistryCallback::MakePort(const krelMonRegistryKey& po
     DWORD size = kServerSize;
     if (!agent.QueryValue(portKey, TEXT("Print Server"), server, &size) || size >= kServerSize)
         return nullptr;
-    DWORD number = 0;
-    if (!agent.QueryDword(portKey, TEXT("Port Number"), &number))
+    const auto number = agent.QueryDword(portKey, TEXT("Port Number"));
+    if (!number)
         return nullptr;
     if (WideStringView(portName).size() > kMaxPortName || WideStringView(server).size() > kMaxServer)
         return nullptr;
-    return monitor.CreatePortEntry(portName, server, static_cast<WORD>(number));
+    return monitor.CreatePortEntry(portName, server, static_cast<WORD>(*number));
 }
 
 void loadPortFromRegistryCallback::ReadKeepAlive(const krelMonRegistryKey& portKey, krelIniPort& port)
 {
     krelPortSettings settings = port.Settings();
-    DWORD seconds = 0;
-    if (agent.QueryDword(portKey, TEXT("Keep Alive Msg Interval"), &seconds))
-        settings.keepAlivePeriod = static_cast<WORD>(seconds);
-    if (agent.QueryDword(portKey, TEXT("Keep Alive Timeout"), &seconds))
-        settings.keepAliveTimeout = static_cast<WORD>(seconds);
+    if (const auto period = agent.QueryDword(portKey, TEXT("Keep Alive Msg Interval")))
+        settings.keepAlivePeriod = static_cast<WORD>(*period);
+    if (const auto timeout = agent.QueryDword(portKey, TEXT("Keep Alive Timeout")))
+        settings.keepAliveTimeout = static_cast<WORD>(*timeout);
     port.SetSettings(settings);
 }

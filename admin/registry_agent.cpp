@@ -113,12 +113,11 @@ bool krelMonRegistryAgent::QueryValue(const krelMonRegistryKey& key, LPCWSTR nam
            ERROR_SUCCESS;
 }
 
-bool krelMonRegistryAgent::QueryDword(const krelMonRegistryKey& key, LPCWSTR name, DWORD* value)
+std::optional<DWORD> krelMonRegistryAgent::QueryDword(const krelMonRegistryKey& key, LPCWSTR name)
 {
     DWORD read = 0;
     DWORD size = sizeof(read);
     if (!QueryValue(key, name, &read, &size))
-        return false;
-    *value = read;
-    return true;
+        return std::nullopt;
+    return read;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "admin/registry_key.h"
 #include "platform/platform.h"
 
@@ -53,7 +55,7 @@ public:
     // Reads a value of any type into `data` of `size` bytes; gives its size there. False when it is
     // missing or too long.
     bool QueryValue(const krelMonRegistryKey& key, LPCWSTR name, void* data, DWORD* size);
-    bool QueryDword(const krelMonRegistryKey& key, LPCWSTR name, DWORD* value);
+    std::optional<DWORD> QueryDword(const krelMonRegistryKey& key, LPCWSTR name);
 
 private:
     krelMonRegistryKey OpenPortsKey() { return OpenKey(root, TEXT("Ports")); }

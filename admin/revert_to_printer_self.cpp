@@ -2,17 +2,6 @@
 
 #include "diagnostics/function_trace.h"
 
-namespace {
-
-// Through void*: the platform's FARPROC has a signature of its own.
-template <class Function>
-Function FindFunction(HMODULE module, LPCSTR name)
-{
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
-
-}  // namespace
-
 krelRevertToPrinterSelf::krelRevertToPrinterSelf()
 {
     CFunctionTrace trace("krelRevertToPrinterSelf::krelRevertToPrinterSelf");
@@ -22,13 +11,14 @@ krelRevertToPrinterSelf::krelRevertToPrinterSelf()
         trace.Fail("Unable to load spoolss.dll");
         return;
     }
-    revertToPrinterSelf = FindFunction<decltype(revertToPrinterSelf)>(module, "RevertToPrinterSelf");
+    revertToPrinterSelf =
+        FunctionCast<decltype(revertToPrinterSelf)>(GetProcAddress(module, "RevertToPrinterSelf"));
     if (revertToPrinterSelf == nullptr) {
         trace.Fail("Failed to get address of RevertToPrinterSelf()");
         return;
     }
     impersonatePrinterClient =
-        FindFunction<decltype(impersonatePrinterClient)>(module, "ImpersonatePrinterClient");
+        FunctionCast<decltype(impersonatePrinterClient)>(GetProcAddress(module, "ImpersonatePrinterClient"));
     if (impersonatePrinterClient == nullptr) {
         trace.Fail("Failed to get address of ImpersonatePrinterClient()");
         return;

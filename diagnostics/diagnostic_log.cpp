@@ -43,6 +43,12 @@ void WriteLine(const char* message, bool mayWait)
     SetLastError(lastError);
 }
 
+void Store(std::atomic<DWORD>& setting, std::optional<DWORD> value)
+{
+    if (value)
+        setting = *value;
+}
+
 }  // namespace
 
 void vexkitTypeDiagnosticPuts(const char* message)
@@ -55,17 +61,12 @@ void DiagnosticPutsAtProcessEnd(const char* message)
     WriteLine(message, false);
 }
 
-LogSettings CurrentLogSettings()
-{
-    return {gEventTypesToLog, gLogToFile, gLogToDebugOutput, gMaxLogFileSize};
-}
-
 void ApplyLogSettings(const LogSettings& settings)
 {
-    if (settings.logToFile != 0)
+    if (settings.logToFile.value_or(0) != 0)
         CreateLogFileTable();  // before any thread can look for it
-    gEventTypesToLog = settings.eventTypesToLog;
-    gMaxLogFileSize = settings.maxLogFileSize;
-    gLogToFile = settings.logToFile;
-    gLogToDebugOutput = settings.logToDebugOutput;
+    Store(gEventTypesToLog, settings.eventTypesToLog);
+    Store(gMaxLogFileSize, settings.maxLogFileSize);
+    Store(gLogToFile, settings.logToFile);
+    Store(gLogToDebugOutput, settings.logToDebugOutput);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
 
 #include "diagnostics/event_types.h"
 #include "platform/platform.h"
@@ -34,17 +35,17 @@ void vexkitTypeDiagnosticPuts(const char* message);
 // gone with locks held: waits for no lock, and drops the line where it would have to.
 void DiagnosticPutsAtProcessEnd(const char* message);
 
+// What is absent stays as it is.
 struct LogSettings {
-    DWORD eventTypesToLog;
-    DWORD logToFile;
-    DWORD logToDebugOutput;
-    DWORD maxLogFileSize;  // in KiB; 0: the file grows without limit
+    std::optional<DWORD> eventTypesToLog;
+    std::optional<DWORD> logToFile;
+    std::optional<DWORD> logToDebugOutput;
+    std::optional<DWORD> maxLogFileSize;  // in KiB; 0: the file grows without limit
 };
 
 constexpr LogSettings kDefaultLogSettings = {
     .eventTypesToLog = 0x3F, .logToFile = 0, .logToDebugOutput = 0, .maxLogFileSize = 0};
 
-// The settings in force, and new ones. A monitor that initialises calls these on the spooler's thread
-// while others may be writing lines. Throws std::bad_alloc with the old settings in place.
-LogSettings CurrentLogSettings();
+// A monitor that initialises calls this on the spooler's thread, while others may be writing lines or
+// initialise too. Throws std::bad_alloc with the old settings in place.
 void ApplyLogSettings(const LogSettings& settings);

@@ -19,6 +19,7 @@ void DiagnosticsStartup(DWORD reason)
 void DiagnosticsShutdown()
 {
     ApplyLogSettings(kDefaultLogSettings);  // both sinks off: no line may follow
+    DestroyLogLock();
     FreeTraceDepthSlot();
     DestroyLogFiles();
     DestroyThreadTags();

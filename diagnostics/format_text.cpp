@@ -141,7 +141,7 @@ std::int64_t AsSigned(const FormatArgument& argument)
 
 void AppendInteger(CBoundedText& text, const Conversion& conversion, const FormatArgument& argument)
 {
-    char digits[24];
+    char digits[24] = {};
     char* first = digits;
     std::uint64_t magnitude = OwnBits(argument);
     if ((conversion.letter == 'i' || conversion.letter == 'd') && AsSigned(argument) < 0) {

@@ -80,13 +80,13 @@ CFunctionTrace::~CFunctionTrace()
 
 void CFunctionTrace::WriteExit() const
 {
-    const char* failure = failureText.get();
+    const char* failure = failureText != nullptr ? failureText.get() : "out of memory";
     if (EventIsOn(krelpmEventTrace)) {
-        if (failure != nullptr)
+        if (failed)
             WriteIndented(depth, "}%s: ERROR: %s", {functionName, failure});
         else
             WriteIndented(depth, "}%s", {functionName});
-    } else if (EventIsOn(krelpmEventError) && failure != nullptr) {
+    } else if (EventIsOn(krelpmEventError) && failed) {
         WriteIndented(0, "%s: ERROR: %s", {functionName, failure});
     }
 }
@@ -97,7 +97,8 @@ void CFunctionTrace::StoreFailure(const char* format, FormatArguments arguments)
         return;
     char text[kTextSize];
     const std::size_t length = FormatText(text, sizeof(text), format, arguments);
-    failureText.reset(length > 0 ? new (std::nothrow) char[length + 1] : nullptr);
+    failed = length > 0;
+    failureText.reset(failed ? new (std::nothrow) char[length + 1] : nullptr);
     if (failureText != nullptr)
         std::memcpy(failureText.get(), text, length + 1);
 }

@@ -29,7 +29,8 @@ public:
     CFunctionTrace(const CFunctionTrace&) = delete;
     CFunctionTrace& operator=(const CFunctionTrace&) = delete;
 
-    // The scope has failed, and this is why. Replaces an earlier text; an empty one takes it back.
+    // The scope has failed, and this is why. Replaces an earlier text; an empty one takes it back. Without
+    // memory for the text, the exit line says that instead.
     template <class... Args>
     void Fail(const char* format, const Args&... args)
     {
@@ -53,7 +54,8 @@ private:
     int depth = 0;
     bool counted = false;  // this scope is in the thread's count, whatever the event bits say later
     const char* const functionName;
-    std::unique_ptr<char[]> failureText;  // null: has not failed
+    bool failed = false;
+    std::unique_ptr<char[]> failureText;  // null in a failed scope: no memory for it
 };
 
 // The thread-local count of open scopes; made at attach, freed at detach.

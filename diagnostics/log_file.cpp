@@ -14,7 +14,7 @@ std::atomic<DWORD> gMaxLogFileSize{0};
 namespace {
 
 constexpr char kMarker[] = "===wrap===\r\n";
-constexpr LONG kMarkerSize = sizeof(kMarker) - 1;
+constexpr DWORD kMarkerSize = sizeof(kMarker) - 1;
 
 struct LogFileEntry {
     HANDLE handle;          // INVALID_HANDLE_VALUE: opening failed, and isn't tried again
@@ -52,7 +52,8 @@ LogFileEntry OpenLogFile(LPCWSTR path)
 }
 
 // The line goes in whole before the limit is looked at again, so a line is never split. The position is
-// left on the marker: the next line overwrites it.
+// left on the marker: the next line overwrites it. On a full disk there may be none, and nothing of the
+// lines before is to be overwritten in its place.
 void WriteWrapping(LogFileEntry& entry, const char* line, DWORD length, ULONGLONG limit)
 {
     if (entry.bytesInPass > limit) {
@@ -64,7 +65,7 @@ void WriteWrapping(LogFileEntry& entry, const char* line, DWORD length, ULONGLON
     WriteFile(entry.handle, line, length, &written, nullptr);
     entry.bytesInPass += written;
     WriteFile(entry.handle, kMarker, kMarkerSize, &written, nullptr);
-    MoveFilePosition(entry.handle, -kMarkerSize, FILE_CURRENT);
+    MoveFilePosition(entry.handle, -static_cast<LONG>(written), FILE_CURRENT);
 }
 
 void WriteLocked(LPCWSTR path, const char* line, DWORD length)
@@ -98,10 +99,14 @@ void CreateLogLock()
         gLogLock = new CLock;
 }
 
-void DestroyLogFiles() THREAD_ANNOTATION(no_thread_safety_analysis)
+void DestroyLogLock()
 {
     delete gLogLock;
     gLogLock = nullptr;
+}
+
+void DestroyLogFiles() THREAD_ANNOTATION(no_thread_safety_analysis)
+{
     if (gLogFiles != nullptr) {
         for (auto& [path, entry] : *gLogFiles) {
             if (entry.handle != INVALID_HANDLE_VALUE)

@@ -13,8 +13,9 @@
 // is 0xFFFFFFFF bytes.
 extern std::atomic<DWORD> gMaxLogFileSize;
 
-// Made at attach, freed at detach, with no other thread in the monitor.
+// Made at attach; freed at detach, the lock first, with no other thread in the monitor.
 void CreateLogLock();
+void DestroyLogLock();
 void DestroyLogFiles();
 
 // Makes the table of open files if there is none; no file is opened. Throws std::bad_alloc. Any thread.

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr char kNoTag[] = "N/A";
+
 // On the heap, made and destroyed with the library's attach and detach.
 CLock* gThreadTagLock = nullptr;
 std::map<DWORD, std::string>* gThreadTags THREAD_ANNOTATION(pt_guarded_by(*gThreadTagLock)) = nullptr;
@@ -47,7 +49,7 @@ CThreadPortTag::~CThreadPortTag()
 
 void GetThreadPortTag(char (&tag)[kThreadPortTagSize], bool mayWait)
 {
-    std::strcpy(tag, "N/A");
+    std::memcpy(tag, kNoTag, sizeof(kNoTag));
     if (mayWait) {
         CLockScope held(*gThreadTagLock);
         CopyTag(tag);

@@ -255,12 +255,13 @@ bool krelIniPort::DropChannels(DWORD document, DWORD nextDocument)
         command.swap(commandChannel);
         data.swap(dataChannel);
     }
-    ShutDown(std::move(command), std::move(data));
+    ShutDown(std::move(command), data);
     return true;
 }
 
 // The command channel goes first: its worker uses the data channel and the printer.
-void krelIniPort::ShutDown(std::shared_ptr<CCommandChannel> command, std::shared_ptr<CDataChannel> data)
+void krelIniPort::ShutDown(std::shared_ptr<CCommandChannel> command,
+                           const std::shared_ptr<CDataChannel>& data)
 {
     if (command)
         command->Shutdown();

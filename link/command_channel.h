@@ -109,6 +109,12 @@ private:
     void StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace);
     DWORD KeepAliveId() const;
 
+    // Whether the reply belongs to the request, and is without an error; `complaint` begins the failure text
+    // otherwise, which differs from request to request.
+    static bool Answers(const CCommandChannelMessage& request, const CCommandChannelMessage& reply,
+                        const char* complaint, CFunctionTrace& trace);
+    static bool HasSucceeded(const CCommandChannelMessage& reply, const char* complaint,
+                             CFunctionTrace& trace);
     bool Exchange(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
     bool SendMessageAndGetResponse(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
 

@@ -35,12 +35,6 @@ public:
     // BytesAvailable was at least kHeaderSize before.
     bool Peek(CCommandChannel& channel);
 
-    // A reply that belongs to `request`: same type, same kind.
-    bool Answers(const CCommandChannelMessage& request) const
-    {
-        return type == request.type && requestId == request.requestId;
-    }
-
     static constexpr DWORD kHeaderSize = 16;
     // No print server sends this much; a header that announces more is no header, and the stream is lost.
     static constexpr DWORD kMaxPayload = 16u << 20;

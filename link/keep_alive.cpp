@@ -34,13 +34,15 @@ bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel
         trace.Fail("Failed to create event to signal worker thread to exit.");
         return false;
     }
-    if (!IsAbandoned())
-        workerThread = CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(), 0, &workerThreadId);
-    if (!workerThread) {
+    const HANDLE started = IsAbandoned() ? nullptr
+                                         : CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(),
+                                                        0, &workerThreadId);
+    if (!started) {
         trace.Fail("Failed to create worker thread.");
         return false;
     }
     (void)self.release();  // the worker's own
+    workerThread = started;
     return true;
 }
 

@@ -84,14 +84,8 @@ bool CCommandChannel::GetCommProtocolVersion()
     }
     if (!reply.Receive(*this))
         return false;
-    if (!reply.Answers(request)) {
-        trace.Fail(
-            "Received unexpected response. Expected type %i, received type %i; expected request id %i, "
-            "received "
-            "request id %i.",
-            request.type, reply.type, request.requestId, reply.requestId);
+    if (!Answers(request, reply, "Received unexpected response. ", trace))
         return false;
-    }
     CCommProtocolVersion version = protocolVersion;
     if (!version.Initialize(reply)) {
         trace.Fail("Failed to extract version info from received response.");
@@ -120,19 +114,8 @@ bool CCommandChannel::BindSession(WORD sessionId)
     }
     if (!reply.Receive(*this))
         return false;
-    if (!reply.Answers(request)) {
-        trace.Fail(
-            "Received unexpected response.Expected type %i, received type %i; expected request id %i, "
-            "received "
-            "request id %i.",
-            request.type, reply.type, request.requestId, reply.requestId);
-        return false;
-    }
-    if (reply.replyLengthOrError != 0) {
-        trace.Fail("Received response indicates error %i.", reply.replyLengthOrError);
-        return false;
-    }
-    return true;
+    return Answers(request, reply, "Received unexpected response.", trace) &&
+           HasSucceeded(reply, "Received response indicates error", trace);
 }
 
 // Servers above the first version are told the timeout too, since they watch the monitor in turn.
@@ -154,18 +137,9 @@ bool CCommandChannel::StartKeepAliveNotifications()
         trace.Fail("Failed to receive a response to 'start keep alives' request.");
         return false;
     }
-    if (!reply.Answers(request)) {
-        trace.Fail(
-            "Received an unexpected response to 'start keep alives' request. Expected type %i, received type "
-            "%i; "
-            "expected request id %i, received request id %i.",
-            request.type, reply.type, request.requestId, reply.requestId);
+    if (!Answers(request, reply, "Received an unexpected response to 'start keep alives' request. ", trace) ||
+        !HasSucceeded(reply, "Response to 'start keep alives' request reported error", trace))
         return false;
-    }
-    if (reply.replyLengthOrError != 0) {
-        trace.Fail("Response to 'start keep alives' request reported error %i.", reply.replyLengthOrError);
-        return false;
-    }
     StampKeepAlive();
     return true;
 }

@@ -9,17 +9,39 @@
 #include "link/wire_codes.h"
 #include "link/wire_format.h"
 
-// The lock spans both messages, so that two callers can't take each other's reply. A reply that could not be
-// taken for want of memory would be the next caller's: the connection ends.
+// The lock spans both messages, so that two callers can't take each other's reply. Without memory for the
+// request nothing has gone out; a reply that could not be taken would be the next caller's: the connection
+// ends.
 bool CCommandChannel::Exchange(const CCommandChannelMessage& request, CCommandChannelMessage& reply)
 {
     CLockScope requesting(requestLock);
+    if (!request.Send(*this))
+        return false;
     try {
-        return request.Send(*this) && ProcessAsyncMessages(&reply);
+        return ProcessAsyncMessages(&reply);
     } catch (...) {
         CSyncSocket::Disconnect();
         throw;
     }
+}
+
+bool CCommandChannel::Answers(const CCommandChannelMessage& request, const CCommandChannelMessage& reply,
+                              const char* complaint, CFunctionTrace& trace)
+{
+    if (reply.type == request.type && reply.requestId == request.requestId)
+        return true;
+    trace.Fail("%sExpected type %i, received type %i; expected request id %i, received request id %i.",
+               complaint, request.type, reply.type, request.requestId, reply.requestId);
+    return false;
+}
+
+bool CCommandChannel::HasSucceeded(const CCommandChannelMessage& reply, const char* complaint,
+                                   CFunctionTrace& trace)
+{
+    if (reply.replyLengthOrError == 0)
+        return true;
+    trace.Fail("%s %i.", complaint, reply.replyLengthOrError);
+    return false;
 }
 
 bool CCommandChannel::SendMessageAndGetResponse(const CCommandChannelMessage& request,
@@ -30,19 +52,8 @@ bool CCommandChannel::SendMessageAndGetResponse(const CCommandChannelMessage& re
         trace.Fail("Failed to send a message or get a response.");
         return false;
     }
-    if (!reply.Answers(request)) {
-        trace.Fail(
-            "Received unexpected response. Expected type %i, received type %i; expected request id %i, "
-            "received "
-            "request id %i.",
-            request.type, reply.type, request.requestId, reply.requestId);
-        return false;
-    }
-    if (reply.replyLengthOrError != 0) {
-        trace.Fail("Received response indicates error %i.", reply.replyLengthOrError);
-        return false;
-    }
-    return true;
+    return Answers(request, reply, "Received unexpected response. ", trace) &&
+           HasSucceeded(reply, "Received response indicates error", trace);
 }
 
 bool CCommandChannel::GetPrinterDataFromPort(DWORD controlId, const void* input, DWORD inputLength,

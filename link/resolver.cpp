@@ -13,9 +13,9 @@ CResolver CResolver::LookUp()
     if (!library)
         return substitutes;
     const CResolver found = {
-        reinterpret_cast<GetAddrInfo>(GetProcAddress(library, "getaddrinfo")),
-        reinterpret_cast<GetNameInfo>(GetProcAddress(library, "getnameinfo")),
-        reinterpret_cast<FreeAddrInfo>(GetProcAddress(library, "freeaddrinfo")),
+        FunctionCast<GetAddrInfo>(GetProcAddress(library, "getaddrinfo")),
+        FunctionCast<GetNameInfo>(GetProcAddress(library, "getnameinfo")),
+        FunctionCast<FreeAddrInfo>(GetProcAddress(library, "freeaddrinfo")),
     };
     // The monitor is linked to the socket library, which therefore stays loaded.
     (void)FreeLibrary(library);

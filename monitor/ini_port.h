@@ -126,7 +126,7 @@ private:
     bool OpenDocumentPrinter(LPCWSTR printerName);
     void CleanUpDocument(DWORD document);
     bool DropChannels(DWORD document, DWORD nextDocument);
-    static void ShutDown(std::shared_ptr<CCommandChannel> command, std::shared_ptr<CDataChannel> data);
+    static void ShutDown(std::shared_ptr<CCommandChannel> command, const std::shared_ptr<CDataChannel>& data);
     bool AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace);
     void MarkAsSent(CFunctionTrace& trace);
     void ReportJobStatus(CFunctionTrace& trace);

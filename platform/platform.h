@@ -12,10 +12,11 @@
 using WideString = std::basic_string<WCHAR>;
 using WideStringView = std::basic_string_view<WCHAR>;
 
-// Ends every call that is blocked on the socket, and makes calls that begin later fail: both
-// directions are shut down, and pending operations are cancelled where the system can do that.
-// A connect that has not yet reached the system may miss it, so whoever wants to be sure repeats
-// the call. Doesn't close the socket; the last thread inside a call on it does that. Any thread.
+// Ends every call that is blocked on the socket: both directions are shut down, and pending
+// operations are cancelled where the system can do that. Calls that begin later don't block: a send
+// fails, a recv may first give what had come, then 0 or a failure. A connect that has not yet reached the
+// system may miss it, so whoever wants to be sure repeats the call. Doesn't close the socket; the last thread
+// inside a call on it does that. Any thread.
 void WakeBlockedCalls(SOCKET socket);
 
 // True when a send of a few bytes on the socket would not block. Any thread.
@@ -24,3 +25,11 @@ bool IsWritable(SOCKET socket);
 // Keeps the library that contains `address` loaded until the process ends. For a thread that can't
 // be waited for any longer but will still return into the library's code. Any thread.
 void PinModule(const void* address);
+
+// A function under another type, as GetProcAddress makes necessary: FARPROC has a signature of its own. The
+// type is the caller's word.
+template <class To, class From>
+To FunctionCast(From* function)
+{
+    return reinterpret_cast<To>(reinterpret_cast<void*>(function));
+}

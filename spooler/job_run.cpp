@@ -13,7 +13,7 @@ namespace spooler {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 64 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 constexpr DWORD kPauseWhenNothingTakenMs = 500;
 
 RunResult Failure(RunResult result, std::string reason)

@@ -49,9 +49,16 @@ TEST_F(ChannelMode, AnswersQueriesOverTheCommandChannelAlone)
     EXPECT_EQ((Bytes{'a', 0, 'b', 0}), Bytes(answer.begin(), answer.begin() + 4));
     ASSERT_TRUE(Query(0x1234, 3));
     EXPECT_EQ(3u, returned);
+    WCHAR output[2] = {};
+    EXPECT_TRUE(table->pfnGetPrinterDataFromPort(port, 0x1234, nullptr, Text("ab"), 4, output, 4, nullptr));
+    EXPECT_EQ('b', output[1]);
+    Bytes huge((16 << 20) + 1);  // more than a message holds: refused, and the link stays
+    EXPECT_FALSE(table->pfnGetPrinterDataFromPort(port, 0x1234, nullptr,
+                                                  reinterpret_cast<LPWSTR>(huge.data()),
+                                                  static_cast<DWORD>(huge.size()), output, 4, nullptr));
     EXPECT_EQ(1, server->Connections(Channel::Command));
     EXPECT_EQ(0, server->Connections(Channel::Data));
-    EXPECT_EQ((Ids{kProtocolVersion, kStartKeepAlives, 0x1234, 0x1234}), Requests(1));
+    EXPECT_EQ((Ids{kProtocolVersion, kStartKeepAlives, 0x1234, 0x1234, 0x1234}), Requests(1));
 
     // The first write wants a data channel: a new pair, and nothing of the old one is left.
     ASSERT_TRUE(Write({9}));

@@ -149,6 +149,40 @@ TEST_F(ChannelMessages, BeyondTheLargestPayloadEndTheConnection)
     }
 }
 
+// A frame torn by another one destroys the stream.
+TEST_F(ChannelMessages, OfTwoSendersNeverMix)
+{
+    printserver::PrintServer echo({.keepAliveEvery = printserver::Milliseconds(1)});
+    const auto shared =
+        std::make_shared<CCommandChannel>(nullptr, TEXT("127.0.0.1"), echo.Port() + 2u, kNever, kNever);
+    ASSERT_TRUE(shared->Open());
+    constexpr int kFrames = 8;
+    const auto send = [&](DWORD id) {
+        const Bytes much(512 << 10, static_cast<std::uint8_t>(id));  // far more than the system takes at once
+        CCommandChannelMessage message(1, id, static_cast<DWORD>(much.size()));
+        message.SetPayload(much.data(), static_cast<DWORD>(much.size()));
+        bool sent = true;
+        for (int i = 0; i < kFrames; ++i)
+            sent = sent && message.Send(*shared);
+        return sent;
+    };
+    auto first = std::async(std::launch::async, send, 1);
+    auto second = std::async(std::launch::async, send, 2);
+    for (int whole = 0; whole < 2 * kFrames;) {
+        CCommandChannelMessage reply;
+        if (!reply.Receive(*shared)) {
+            ADD_FAILURE() << "the server could not make out frame " << whole;
+            break;
+        }
+        if (reply.type == 1)
+            whole +=
+                std::count(reply.data.get(), reply.data.get() + reply.length, reply.requestId) == 512 << 10;
+    }
+    shared->Shutdown();
+    EXPECT_TRUE(first.get());
+    EXPECT_TRUE(second.get());
+}
+
 class ChannelOpening : public LinkFixture {
 protected:
     // With a data channel of session 7 and a worker, or by itself without either.

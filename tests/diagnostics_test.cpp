@@ -7,8 +7,11 @@
 #include "diagnostics/diagnostics.h"
 #include "diagnostics/format_text.h"
 #include "diagnostics/function_trace.h"
+#include "diagnostics/log_file.h"
 #include "diagnostics/thread_port_tag.h"
-#include "tests/support/log_lines.h"
+#include "platform/test_switches.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/monitor_fixture.h"
 
 namespace {
 
@@ -19,7 +22,11 @@ constexpr DWORD kAllEvents = 0x3F;
 class Diagnostics : public testing::Test {
 protected:
     void SetUp() override { Watch(kAllEvents); }
-    void TearDown() override { ApplyLogSettings(kDefaultLogSettings); }
+    void TearDown() override
+    {
+        test_switches::Reset();
+        ApplyLogSettings(kDefaultLogSettings);
+    }
 
     // From now on the log has these event types, from its start.
     void Watch(DWORD eventTypes)
@@ -138,6 +145,70 @@ TEST_F(Diagnostics, EachEventBitLetsItsOwnThrough)
     }
 }
 
+// On every installation both sinks are off at first.
+TEST_F(Diagnostics, WithoutASinkAScopeTakesNoClockLockOrMemory)
+{
+    Unwatch();
+    const char* const calls[] = {"GetLocalTime", "GetTickCount", "EnterCriticalSection",
+                                 "TryEnterCriticalSection"};
+    for (const char* call : calls)
+        test_switches::CountCalls(call);
+    bool hasAllocated = false;
+    {
+        const FailingNew watched(1);
+        {
+            CFunctionTrace trace("Scope::Run", "server = %S, len = %i", TEXT("Card"), 1);
+            trace.Log(krelpmEventWarning, "warning %s", "text");
+            trace.Fail("failure %i", 10054);
+        }
+        hasAllocated = watched.HasFailed();
+    }
+    EXPECT_FALSE(hasAllocated);
+    for (const char* call : calls)
+        EXPECT_EQ(0, test_switches::CallsCounted(call)) << call;
+}
+
+TEST_F(Diagnostics, AFailureIsSeenEvenWithoutMemoryForItsText)
+{
+    {
+        CFunctionTrace trace("Scope::Run");
+        trace.Fail("first");
+        const FailingNew failing(1);
+        trace.Fail("error %i", 10054);
+    }
+    EXPECT_EQ((Messages{"{Scope::Run", "}Scope::Run: ERROR: out of memory"}), log.Messages());
+}
+
+TEST_F(Diagnostics, WithoutASlotForTheDepthLinesAreNotIndented)
+{
+    DiagnosticsShutdown();
+    test_switches::FailCall("TlsAlloc", ERROR_NOT_ENOUGH_MEMORY);
+    DiagnosticsStartup(DLL_PROCESS_ATTACH);
+    Watch(kAllEvents);
+    {
+        CFunctionTrace outer("Outer::Run");
+        CFunctionTrace inner("Inner::Run");
+    }
+    EXPECT_EQ((Messages{"{Outer::Run", "{Inner::Run", "}Inner::Run", "}Outer::Run"}), log.Messages());
+    DiagnosticsShutdown();
+    DiagnosticsStartup(DLL_PROCESS_ATTACH);
+}
+
+class LogSettingsOfTwoMonitors : public MonitorFixture {};
+
+// The second starts while the first is still reading its registry.
+TEST_F(LogSettingsOfTwoMonitors, AreNotUndoneByTheOtherOnesStart)
+{
+    registry.Before(Registry::QueryValue, [] {
+        LogSettings others;
+        others.maxLogFileSize = 9;
+        ApplyLogSettings(others);
+    });
+    Start();
+    EXPECT_EQ(9u, gMaxLogFileSize);
+    EXPECT_EQ(1u, gLogToDebugOutput);
+}
+
 TEST_F(Diagnostics, AnExceptionClosesItsScopes)
 {
     try {
@@ -190,6 +261,7 @@ TEST_F(Diagnostics, EachThreadHasItsOwnDepth)
 TEST_F(Diagnostics, ManyThreadsTraceAndTagAtOnce)
 {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (WORD number = 1; number <= 4; number++) {
         threads.emplace_back([number] {
             for (int i = 0; i < 100; i++) {
@@ -200,7 +272,7 @@ TEST_F(Diagnostics, ManyThreadsTraceAndTagAtOnce)
         });
     }
     for (int i = 0; i < 100; i++)
-        ApplyLogSettings(CurrentLogSettings());  // as another monitor does that starts meanwhile
+        ApplyLogSettings({kAllEvents, 0, 1, 0});  // as another monitor does that starts meanwhile
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(400, log.Count("{Worker::Run"));

@@ -1,5 +1,7 @@
 // What becomes of a document, and of its job in the spooler, when things go well and when they don't.
 
+#include <algorithm>
+
 #include "monitor/ini_port.h"
 #include "tests/support/printing_fixture.h"
 
@@ -150,6 +152,59 @@ TEST_F(JobOutcome, LivesWithASpoolerThatAnswersNothing)
     }
 }
 
+// The record may grow between the calls that ask for it, be shorter than its fields, or not be there.
+TEST_F(JobOutcome, SurvivesWhateverTheSpoolerSaysOfTheJob)
+{
+    const struct {
+        std::vector<DWORD> sizes;  // of one call of GetJobW after the other; the last one stays
+        const char* ending;
+        const char* cancelling;
+        bool isCommanded;
+    } records[] = {
+        {{0},
+         "Call to getJob() failed - unable to mark print job as being in error state.",
+         "Call to getJob() failed - unable to cancel print job.",
+         false},
+        {{200, 300},
+         "Call to getJob() failed - unable to mark print job as being in error state.",
+         "Call to getJob() failed - unable to cancel print job.",
+         false},
+        {{200, 200, 300}, "Call to GetJob() failed", "Call to GetJob() failed", true},
+        {{8}, "Job status after restarting job 0x0.", "Job status after cancelling job 0x0.", true},
+    };
+    for (const auto& record : records) {
+        for (const bool cancels : {false, true}) {
+            const std::string line = cancels ? record.cancelling : record.ending;
+            SCOPED_TRACE(line);
+            ServeByHand(Lpq(0, kReceivingData));
+            ForgetSpooler();
+            ASSERT_TRUE(StartJob());
+            std::size_t calls = 0;
+            spooler.Before(Spooler::GetJob, [&] {
+                spooler.ServeJobSize(record.sizes[std::min(calls++, record.sizes.size() - 1)]);
+            });
+            if (cancels) {
+                ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+                EXPECT_TRUE(log.WaitFor("}krelIniPort::CancelCurrentPrintJob"));
+            } else {
+                EXPECT_TRUE(End());
+            }
+            const std::vector<std::string> lines = log.Messages();
+            EXPECT_EQ(1, std::count(lines.begin(), lines.end(), line));
+            const Commands command = {cancels ? DWORD{JOB_CONTROL_DELETE} : DWORD{JOB_CONTROL_RESTART}};
+            EXPECT_EQ(record.isCommanded ? command : Commands{}, spooler.JobCommands());
+            EXPECT_TRUE(End());
+            spooler.Before(Spooler::GetJob, nullptr);
+        }
+    }
+    ServeByHand(Lpq(0, kReceivingData));
+    ASSERT_TRUE(StartJob());
+    spooler.Refuse(Spooler::SetJob, ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+    EXPECT_TRUE(log.WaitFor("Call to SetJob() failed - unable to cancel."));
+    EXPECT_TRUE(End());
+}
+
 TEST_F(JobOutcome, NeedsAPrinterAndAFreePort)
 {
     spooler.Refuse(Spooler::OpenPrinter, ERROR_INVALID_PRINTER_NAME, 1);
@@ -172,6 +227,14 @@ TEST_F(JobOutcome, NeedsAPrinterAndAFreePort)
     EXPECT_EQ("NULL", spooler.Calls(Spooler::OpenPrinter).back().printerName);
     EXPECT_TRUE(log.Has("{krelIniPort::startDocPort: printer=NULL, jobId=0, level=2"));
     EXPECT_EQ(1, server->OpenConnections(Channel::Command));
+
+    DOC_INFO_2W otherMode{Text("Card"), nullptr, Text("RAW"), DI_CHANNEL + 1, kJob};
+    {
+        const SlowClock slow;
+        EXPECT_TRUE(
+            table->pfnStartDocPort(port, Text("Printer"), kJob, 2, reinterpret_cast<LPBYTE>(&otherMode)));
+    }
+    EXPECT_EQ(DWORD{ERROR_BUSY}, SetKeepAlive(TEXT("Card 1"), 1, 1)) << "no channel mode, so a print job";
 
     // A start without an end: the old document goes, and the new one prints.
     EXPECT_TRUE(StartJob());

@@ -184,6 +184,50 @@ TEST_F(KeepAliveWorker, ALiveLinkSurvivesTheWrapOfTheTickCountAndADeadOneDoesNot
     EXPECT_TRUE(log.Has(kSilent));
 }
 
+// The clock stands while the worker compares, which is when the tick's notifications are done.
+TEST_F(KeepAliveWorker, AStampExactlyAtTheLimitHasNotExpired)
+{
+    constexpr double kStanding = 1e7;
+    for (const DWORD over : {0u, 1u}) {
+        SCOPED_TRACE(over);
+        ServeCommand();
+        test_switches::SetTimeScale(kStanding);
+        test_switches::SetTickCount(5000);
+        const auto channel = MakeCommand(2000, kNever);
+        test_switches::SetTimeScale(kOpeningScale);
+        ASSERT_TRUE(channel->Open());
+        log.Clear();
+        std::atomic<bool> stands{false};
+        log.AtLine("}CCommandChannel::ProcessAsyncMessages", [&] {
+            test_switches::SetTimeScale(kStanding);
+            test_switches::SetTickCount(5000 + 2000 * 1000 + over);
+            test_switches::CountCalls("WaitForSingleObject");
+            stands = true;
+        });
+        Hurry();
+        EXPECT_TRUE(channel->InitializeKeepAlives(nullptr));
+        EXPECT_TRUE(
+            Eventually([&] { return stands && test_switches::CallsCounted("WaitForSingleObject") > 0; }));
+        EXPECT_EQ(over, static_cast<DWORD>(log.Count("Sent keep-alive.")));
+        channel->Shutdown();
+    }
+}
+
+// Without its event the worker goes by the clock: it neither spins nor goes blind.
+TEST_F(KeepAliveWorker, AFailingWaitIsASleep)
+{
+    ServeCommand();
+    const auto channel = OpenCommand(kNever, 3000);
+    test_switches::FailCall("WaitForSingleObject", ERROR_INVALID_HANDLE, 0, 1000000);
+    EXPECT_TRUE(AwaitTicks(3));
+    test_switches::CountCalls("Sleep");
+    EXPECT_TRUE(Eventually([] { return test_switches::CallsCounted("Sleep") > 2; }));
+    EXPECT_TRUE(channel->IsConnected());
+    Pass(3001);
+    EXPECT_TRUE(log.WaitFor(kSilent));
+    test_switches::FailCall("WaitForSingleObject", 0, 0, 0);
+}
+
 TEST_F(KeepAliveWorker, AStuckSenderNeverHoldsTheWorkerUp)
 {
     printserver::Gate never;

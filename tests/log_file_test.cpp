@@ -1,15 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "diagnostics/diagnostic_log.h"
 #include "monitor/library_entry.h"
-#include "platform/posix/test_switches.h"
+#include "platform/test_switches.h"
 #include "tests/support/gate.h"
 #include "tests/support/log_lines.h"
 #include "tests/support/real_calls.h"
@@ -29,24 +29,20 @@ class LogFile : public testing::Test {
 protected:
     void SetUp() override
     {
-        char name[] = "/tmp/farlink_log_XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(name));
-        folder = name;
-        SetTempFolder(folder.string());
+        folder = fs::temp_directory_path() / ("farlink_log_" + std::to_string(GetCurrentProcessId()));
+        fs::remove_all(folder);
+        ASSERT_TRUE(fs::create_directory(folder));
+        SetTempFolder(folder);
         Reattach();
     }
     void TearDown() override
     {
         test_switches::Reset();
-        if (oldFolder.empty())
-            unsetenv("TMPDIR");
-        else
-            setenv("TMPDIR", oldFolder.c_str(), 1);
+        SetTempFolder({});
         Reattach();
         fs::remove_all(folder);
     }
 
-    void SetTempFolder(const std::string& path) { setenv("TMPDIR", path.c_str(), 1); }
     void Reattach()
     {
         DllEntryPoint(GetModuleHandleW(nullptr), DLL_PROCESS_DETACH, nullptr);
@@ -65,7 +61,7 @@ protected:
             vexkitTypeDiagnosticPuts(message.c_str());
             const LogLine line = log.All().at(0);
             char id[16];
-            std::snprintf(id, sizeof(id), "0x%08X", line.threadId);
+            std::snprintf(id, sizeof(id), "0x%08X", static_cast<unsigned>(line.threadId));
             lines.push_back(line.time + " " + line.tag + " " + id + "\t" + line.message + "\r\n");
             EXPECT_EQ(100u, lines.back().size());
         }
@@ -79,7 +75,12 @@ protected:
         return text;
     }
 
-    fs::path File() const { return folder / (fs::read_symlink("/proc/self/exe").stem().string() + ".log"); }
+    fs::path File() const
+    {
+        WCHAR program[1024];
+        GetModuleFileNameW(GetModuleHandleW(nullptr), program, 1024);
+        return folder / fs::path(program).filename().replace_extension(".log");
+    }
     std::string Content() const
     {
         std::ifstream file(File(), std::ios::binary);
@@ -89,7 +90,6 @@ protected:
 
     LogLines& log = LogLines::Captured();
     fs::path folder;
-    const std::string oldFolder = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "";
     int written = 0;
 };
 
@@ -99,7 +99,7 @@ TEST_F(LogFile, WithoutLimitGrowsWithoutMarker)
     EXPECT_FALSE(fs::exists(File()));  // opened by the first line, not before
     const std::string lines = Joined(Write(30));
     EXPECT_EQ(lines, Content());
-    EXPECT_EQ(0666u, static_cast<unsigned>(fs::status(File()).permissions()) & 0777);
+    EXPECT_TRUE(IsOpenToEveryone(File()));
 }
 
 TEST_F(LogFile, WrapsBehindTheLineThatCrossesTheLimit)
@@ -154,11 +154,60 @@ TEST_F(LogFile, HugeLimitsDoNotOverflow)
 {
     for (const DWORD size : {0x400000u, 0x400001u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(size);
-        fs::remove(File());
         Reattach();
+        fs::remove(File());
         Watch(size);
         const std::string lines = Joined(Write(15));
         EXPECT_EQ(lines + kMarker, Content());
+    }
+}
+
+TEST_F(LogFile, AnOldFileOfManyGiBIsContinuedOrWrapped)
+{
+    constexpr std::uintmax_t kLargestLimit = 0xFFFFFFFF;
+    const struct {
+        std::uintmax_t size;
+        DWORD maxSizeInKiB;
+        bool wraps;
+    } rows[] = {{kLargestLimit + 9999, 0, false},
+                {kLargestLimit, 0x400000, false},
+                {kLargestLimit + 1, 0x400000, true},
+                {kLargestLimit + 9999, 1, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.size) + " " + std::to_string(row.maxSizeInKiB));
+        Reattach();
+        Put("");
+        fs::resize_file(File(), row.size);  // a hole
+        Watch(row.maxSizeInKiB);
+        const std::string expected = Joined(Write(1)) + (row.maxSizeInKiB != 0 ? kMarker : "");
+        std::ifstream file(File(), std::ios::binary);
+        file.seekg(static_cast<std::streamoff>(row.wraps ? 0 : row.size));
+        std::string found(expected.size(), '\0');
+        file.read(found.data(), static_cast<std::streamsize>(found.size()));
+        EXPECT_EQ(expected, found);
+        EXPECT_EQ(row.size + (row.wraps ? 0 : expected.size()), fs::file_size(File()));
+    }
+}
+
+// While the disk is full, lines are lost; those before stay.
+TEST_F(LogFile, AFullDiskCostsNoLineThatWasWritten)
+{
+    const struct {
+        int skip;
+        int times;
+        std::vector<int> kept;  // of five lines
+    } rows[] = {{0, 4, {4}}, {1, 1, {2, 3, 4}}, {1, 3, {2, 4}}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.skip) + " " + std::to_string(row.times));
+        Reattach();
+        fs::remove(File());
+        Watch(1);
+        std::string expected = Joined(Write(2));
+        test_switches::FailCall("WriteFile", ERROR_DISK_FULL, row.skip, row.times);
+        const std::vector<std::string> later = Write(3);
+        for (const int kept : row.kept)
+            expected += later[static_cast<std::size_t>(kept - 2)];
+        EXPECT_EQ(expected + kMarker, Content());
     }
 }
 
@@ -221,29 +270,47 @@ TEST_F(LogFile, StandsInTheRootOnOldSystemsAndWithoutTempFolder)
         Reattach();
         Watch(0);
         Write(1);
+        Reattach();  // no file can be removed everywhere while it is open
         EXPECT_TRUE(fs::remove(inRoot));
         test_switches::Reset();
     }
     fs::current_path(before);
 }
 
+// With a limit, all but the one behind the marker, which the newest lines may have cut.
 TEST_F(LogFile, LinesOfManyThreadsStayWhole)
 {
-    Watch(0);
-    std::vector<std::thread> threads;
-    for (int number = 0; number < 4; number++) {
-        threads.emplace_back([] {
-            for (int i = 0; i < 100; i++)
-                vexkitTypeDiagnosticPuts("message");
-        });
+    for (const DWORD limit : {0u, 4u}) {
+        SCOPED_TRACE(limit);
+        Reattach();
+        fs::remove(File());
+        Watch(limit);
+        std::vector<std::thread> threads;
+        threads.reserve(4);
+        for (int number = 0; number < 4; number++) {
+            threads.emplace_back([] {
+                for (int i = 0; i < 100; i++)
+                    vexkitTypeDiagnosticPuts("message");
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        const std::string content = Content();
+        const std::size_t marker = std::min(content.find(kMarker), content.size());
+        std::istringstream file(content.substr(0, marker));
+        int lines = 0;
+        for (std::string line; std::getline(file, line); lines++)
+            EXPECT_TRUE(ParseLogLine(line + "\n").wellFormed) << line;
+        file = std::istringstream(
+            content.substr(std::min(content.find('\n', marker + kMarker.size()), content.size())));
+        file.get();
+        for (std::string line; std::getline(file, line);)
+            EXPECT_TRUE(ParseLogLine(line + "\n").wellFormed) << line;
+        if (limit == 0)
+            EXPECT_EQ(400, lines);
+        else
+            EXPECT_LE(content.size(), limit * 1024 + 100 + kMarker.size());
     }
-    for (std::thread& thread : threads)
-        thread.join();
-    std::ifstream file(File());
-    int lines = 0;
-    for (std::string line; std::getline(file, line); lines++)
-        EXPECT_TRUE(ParseLogLine(line + "\n").wellFormed) << line;
-    EXPECT_EQ(400, lines);
 }
 
 TEST_F(LogFile, TheLastLinesAreTheDetachAtUnloadAndAtProcessEnd)
@@ -280,7 +347,7 @@ TEST_F(LogFile, TheEndOfTheProcessWaitsForNoLock)
 
 }  // namespace
 
-extern "C" BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void* overlapped)
+extern "C" BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, LPOVERLAPPED overlapped)
 {
     if (const Gate* gate = gWriteGate)
         gate->Pass();

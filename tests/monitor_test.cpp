@@ -2,9 +2,10 @@
 #include <thread>
 
 #include "diagnostics/diagnostic_log.h"
+#include "diagnostics/log_file.h"
 #include "monitor/ini_port.h"
 #include "monitor/port_monitor.h"
-#include "platform/posix/test_switches.h"
+#include "platform/test_switches.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
 
@@ -60,10 +61,9 @@ TEST_F(MonitorStart, ReadsTheLogSettingsBeforeThePorts)
     registry.SetBytes("Ports", "LogToFile", {1, 2, 3, 4, 5});  // too long: keeps its value
     registry.AddPort("Card", TEXT("server"), 9100);
     Start();
-    const LogSettings settings = CurrentLogSettings();
-    EXPECT_EQ(DWORD{krelpmEventTrace}, settings.eventTypesToLog);
-    EXPECT_EQ(0u, settings.logToFile);
-    EXPECT_EQ(7u, settings.maxLogFileSize);
+    EXPECT_EQ(DWORD{krelpmEventTrace}, gEventTypesToLog);
+    EXPECT_EQ(0u, gLogToFile);
+    EXPECT_EQ(7u, gMaxLogFileSize);
     EXPECT_EQ((Names{"    {krelPortMonitor::CreatePortEntry",
                      "        {krelIniPort::krelIniPort: port = Card, server = server",
                      "        }krelIniPort::krelIniPort", "    }krelPortMonitor::CreatePortEntry",
@@ -280,6 +280,8 @@ TEST_F(Enumeration, LevelsEmptyTablesAndNullCounts)
     EXPECT_EQ(0u, needed);
     EXPECT_EQ(1u, returned);
     EXPECT_EQ(FALSE, table->pfnEnumPorts(monitor, nullptr, 1, nullptr, 0, nullptr, nullptr));
+    EXPECT_EQ(FALSE, table->pfnEnumPorts(monitor, nullptr, 1, nullptr, 1000, &needed, nullptr));
+    EXPECT_EQ(18u, needed);
 }
 
 // --- the life of ports ---
@@ -350,22 +352,6 @@ TEST_F(Monitor, ADeletionThatHangsInTheSpoolerHoldsUpOnlyItsName)
     adding.join();
     EXPECT_EQ((Names{"Card", "Other"}), PortNames());
     EXPECT_TRUE(registry.HasKey("Ports/Card"));
-}
-
-TEST_F(Monitor, ShutdownTakesEveryPortDownInItsScopes)
-{
-    AddPort(TEXT("A"), TEXT("server"), 1);
-    AddPort(TEXT("B"), TEXT("server"), 2);
-    log.Clear();
-    Shutdown();
-    const Names port = {"    {krelPortMonitor::deletePortEntry", "        {krelIniPort::~krelIniPort",
-                        "            {krelIniPort::Cleanup",     "            }krelIniPort::Cleanup",
-                        "        }krelIniPort::~krelIniPort",    "    }krelPortMonitor::deletePortEntry"};
-    Names expected = {"gShutdown", "{krelPortMonitor::~krelPortMonitor"};
-    expected.insert(expected.end(), port.begin(), port.end());
-    expected.insert(expected.end(), port.begin(), port.end());
-    expected.push_back("}krelPortMonitor::~krelPortMonitor");
-    EXPECT_EQ(expected, log.Messages());
 }
 
 TEST_F(Monitor, PortsComeAndGoWhileTheSpoolerLooks)

@@ -98,6 +98,75 @@ TEST_F(AsyncMessages, TheWorkerLeavesTheFirstRecordToTheCaller)
     EXPECT_FALSE(log.Has("Received asynchronous LPQInfo"));
 }
 
+// The server is faster than the caller, who has only just begun to ask.
+TEST_F(AsyncMessages, ARecordAheadOfTheCallersReadIsStillTheCallers)
+{
+    ServeCommand();
+    const auto channel = OpenCommand();
+    log.Clear();
+    log.AtLine("{CCommandChannel::Send", [&] {
+        EXPECT_TRUE(server.Push(Channel::Command, Notification(Lpq(0, 2))));
+        EXPECT_TRUE(Eventually([&] { return channel->BytesAvailable() == 26; }));
+        EXPECT_TRUE(AwaitTicks(2));
+    });
+    auto start = std::async(std::launch::async, [&] { return channel->StartLPQInfoNotifications(); });
+    EXPECT_TRUE(ResultOf(start));
+    EXPECT_FALSE(log.Has("Received asynchronous LPQInfo"));
+}
+
+// What was peeked can't be taken: the link breaks in between.
+TEST_F(AsyncMessages, ALinkThatBreaksWhileTheWorkerReadsLeavesNoTrace)
+{
+    const Bytes notification = Notification(Lpq(5, 6));
+    const struct {
+        Bytes message;
+        int goodReads;
+    } rows[] = {{KeepAlive(), 0},  {KeepAlive(), 1},  {notification, 1},
+                {notification, 2}, {notification, 3}, {Frame(1, 5, 0, Bytes(3)), 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(printserver::Hex(row.message) + " " + std::to_string(row.goodReads));
+        ServeCommand();
+        const auto channel = OpenCommand();
+        log.Clear();
+        test_switches::FailCall("recv", 10054, row.goodReads);
+        EXPECT_TRUE(server.Push(Channel::Command, row.message));
+        EXPECT_TRUE(Eventually([&] { return !channel->IsConnected(); }));
+        EXPECT_TRUE(AwaitTicks(2));
+        EXPECT_EQ(Failures{"CSyncSocket::Receive: Call to recv() failed; WSAGetLastError returned 10054."},
+                  log.Failures());
+        EXPECT_FALSE(log.Has("Received a"));
+        EXPECT_EQ(-1, channel->GetLPQInfo().queuePosition);
+        channel->Shutdown();
+    }
+}
+
+TEST_F(AsyncMessages, WithoutEndBeforeAReplyStillLetTheCallerGo)
+{
+    for (const bool alive : {true, false}) {
+        SCOPED_TRACE(alive);
+        ServeCommand().Expect(printserver::SuppressRequest());
+        const auto channel = OpenCommand(kNever, 3000);
+        auto request = std::async(std::launch::async, [&] { return channel->SuppressSysLogMessage(); });
+        auto flood = std::async(std::launch::async, [&] {
+            while (server.Push(Channel::Command, alive ? KeepAlive() : Notification(Lpq(0, 2))))
+                continue;
+        });
+        const char* const line = alive ? "Received a keep-alive." : "Received asynchronous LPQInfo";
+        for (int i = 0; i < 2; ++i) {
+            const int before = log.Count(line);
+            EXPECT_TRUE(Eventually([&] { return log.Count(line) > before + 1; }));
+            Pass(1600);
+        }
+        if (alive)
+            channel->Shutdown();  // the port is deleted, or the monitor shut down
+        EXPECT_FALSE(ResultOf(request));
+        EXPECT_EQ(!alive, log.Has("Failed to receive keep-alives => disconnecting."));
+        channel->Shutdown();
+        flood.get();
+        log.Clear();
+    }
+}
+
 TEST_F(AsyncMessages, TheWorkerStoresEachRecord)
 {
     ServeCommand();

@@ -100,34 +100,105 @@ TEST_F(Overlap, DeletionFreesAWriterThatNobodyReads)
     ExpectDeadPort();
 }
 
-TEST_F(Overlap, DeletionAndShutdownFreeAHangingStart)
+TEST_F(Overlap, DeletionAndShutdownEndEachWaitOfADocument)
 {
-    for (const bool shutdown : {false, true}) {
-        for (const Channel hanging : {Channel::Data, Channel::Command}) {
-            SCOPED_TRACE(std::string(NameOf(hanging)) + (shutdown ? ", shutdown" : ", deletion"));
-            server->Hang(hanging);
+    const auto hang = [this](Channel channel) { return [this, channel] { server->Hang(channel); }; };
+    const auto inChannelMode = [this](Channel channel) {
+        return [this, channel] {
+            ASSERT_TRUE(StartChannel());
+            server->Hang(channel);
+        };
+    };
+    const struct {
+        const char* name;
+        std::function<void()> prepare;
+        std::function<bool()> call;
+        const char* scope;  // entered so many times, the call waits
+        int times;
+        int result;
+    } waits[] = {
+        {"a start's data channel", hang(Channel::Data), [this] { return StartJob(); },
+         "{CSyncSocket::Connect", 1, 0},
+        {"a start's command channel", hang(Channel::Command), [this] { return StartJob(); },
+         "{CSyncSocket::Connect", 2, 0},
+        {"a first write's data channel", inChannelMode(Channel::Data), [this] { return Write({1}); },
+         "{CSyncSocket::Connect", 1, 0},
+        {"a first query's command channel", inChannelMode(Channel::Command), [this] { return Query(5); },
+         "{CSyncSocket::Connect", 1, 0},
+        {"an end's look for the printed card", [this] { ASSERT_TRUE(StartJob()); },
+         [this] {
+             test_switches::SetTimeScale(1);  // half a minute of looks
+             return End();
+         },
+         "{krelIniPort::endDocPort", 1, 1},
+    };
+    for (const auto& wait : waits) {
+        for (const bool shutdown : {false, true}) {
+            SCOPED_TRACE(std::string(wait.name) + (shutdown ? ", shutdown" : ", deletion"));
+            ASSERT_NO_FATAL_FAILURE(wait.prepare());
             log.Clear();
             result = -1;
-            Beside([this] { return StartJob(); });
-            const int connects = hanging == Channel::Data ? 1 : 2;
-            ASSERT_TRUE(server->WaitFor([&] { return log.Count("{CSyncSocket::Connect") == connects; }));
+            Beside(wait.call);
+            ASSERT_TRUE(server->WaitFor([&] { return log.Count(wait.scope) == wait.times; }));
+            const DWORD before = GetTickCount();
             if (shutdown) {
                 Shutdown();
-                EXPECT_EQ(0, result) << "shutdown came back before the call";
+                EXPECT_EQ(wait.result, result) << "shutdown came back before the call";
             } else {
                 EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
             }
-            EXPECT_EQ(0, Result());
+            EXPECT_EQ(wait.result, Result());
+            EXPECT_LT(GetTickCount() - before, 20000u);
             EXPECT_EQ(0, spooler.OpenPrinters());
-            server->Welcome(hanging);
             if (shutdown)
                 Start();
             else
                 AddAndOpenPort(TEXT("Card 1"), TEXT("127.0.0.1"), server->Port());
-            port = OpenPort(TEXT("Card 1"));
-            ASSERT_NE(nullptr, port);
-            ASSERT_EQ(0u, SetKeepAlive(TEXT("Card 1"), 5, kPatientTimeout));
+            ServeByHand(Lpq(0, kReceivingData));
         }
+    }
+}
+
+TEST_F(Overlap, DeletionEndsTheWaitForTheBusyMark)
+{
+    auto& record = *static_cast<krelIniPort*>(port);
+    ASSERT_TRUE(record.LockPortForPrinting());
+    test_switches::SetTimeScale(1);
+    log.Clear();
+    Beside([&record] {
+        const krelPortCall inside(&record);
+        return record.LockPortForPrinting();
+    });
+    ASSERT_TRUE(log.WaitFor("{krelIniPort::LockPortForPrinting"));
+    const DWORD before = GetTickCount();
+    EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+    EXPECT_EQ(0, Result());
+    EXPECT_LT(GetTickCount() - before, 4000u) << "all five tries were made";
+}
+
+// Only the spooler's own call can end here; what it comes back to is over.
+TEST_F(Overlap, AStartInTheSpoolerFindsItsPortDeletedAndItsDocumentEnded)
+{
+    for (const bool shutdown : {false, true}) {
+        result = -1;
+        log.Clear();
+        const ::Gate opening = spooler.Block(Spooler::OpenPrinter);
+        Beside([this] { return StartJob(); });
+        ASSERT_TRUE(opening.AwaitArrival());
+        if (shutdown) {
+            log.AtLine("}krelPortMonitor::deletePortEntry", [opening] { opening.Open(); });
+            Shutdown();
+        } else {
+            EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
+            EXPECT_TRUE(End()) << "the end of a document on a deleted port does no harm";
+            EXPECT_FALSE(log.Has("{krelIniPort::~krelIniPort"));
+            opening.Open();
+        }
+        EXPECT_EQ(0, Result());
+        EXPECT_EQ(0, spooler.OpenPrinters());
+        EXPECT_EQ(1, log.Count("}krelIniPort::~krelIniPort"));
+        if (!shutdown)
+            port = AddAndOpenPort(TEXT("Card 1"), TEXT("127.0.0.1"), server->Port());
     }
 }
 

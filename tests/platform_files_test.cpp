@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,8 +11,8 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/posix/test_switches.h"
 #include "platform/posix/utf.h"
+#include "platform/test_switches.h"
 
 namespace {
 
@@ -141,6 +143,52 @@ TEST_F(PlatformFiles, ASecondWriterIsRefusedAndTheRefusalHarmsNothing)
     close(wait[0]);
     close(wait[1]);
     waitpid(child, nullptr, 0);
+}
+
+// The exit status of a child process that does this; -1 when a signal ends it.
+template <class Work>
+int StatusOfChild(Work work)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(work());
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(PlatformFiles, NoSignalOfAFailedWriteEndsTheProcess)
+{
+    const HANDLE file = Open("log");
+    EXPECT_EQ(6, StatusOfChild([&] {
+                  const rlimit atMost{6, 6};
+                  setrlimit(RLIMIT_FSIZE, &atMost);
+                  DWORD written = 0;
+                  const BOOL all = WriteFile(file, "0123456789", 10, &written, nullptr);
+                  const DWORD error = GetLastError();
+                  const BOOL more = WriteFile(file, "x", 1, nullptr, nullptr);
+                  return all || more || error != ERROR_DISK_FULL ? 99 : static_cast<int>(written);
+              }));
+    EXPECT_EQ("012345", Content("log"));
+    CloseHandle(file);
+
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    const auto shout = [&] {
+        signal(SIGPIPE, SIG_DFL);
+        dup2(ends[1], STDERR_FILENO);
+        OutputDebugStringA("unwanted");
+        setenv("FARLINK_DEBUG_OUTPUT", "1", 1);
+        OutputDebugStringA("wanted");
+        return 0;
+    };
+    EXPECT_EQ(0, StatusOfChild(shout));
+    char heard[32] = {};
+    EXPECT_EQ(6, read(ends[0], heard, sizeof heard));
+    EXPECT_STREQ("wanted", heard);
+    close(ends[0]);
+    EXPECT_EQ(0, StatusOfChild(shout));  // the reader is gone
+    close(ends[1]);
 }
 
 TEST_F(PlatformFiles, OnlyRegularFilesAreOpened)

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/posix/test_switches.h"
 #include "platform/posix/utf.h"
+#include "platform/test_switches.h"
 
 // PLATFORM_TEST_LIBRARY is the path of the library made from platform_test_library.cpp.
 

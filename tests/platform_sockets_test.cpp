@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/platform.h"
-#include "platform/posix/test_switches.h"
+#include "platform/test_switches.h"
 #include "tools/printserver/tcp.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "platform/platform.h"
-#include "platform/posix/test_switches.h"
 #include "platform/posix/utf.h"
+#include "platform/test_switches.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "tools/printserver/print_server.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <thread>
+
+#include "platform/platform.h"
 
 namespace printserver {
 namespace {
@@ -99,7 +99,9 @@ std::string Sha(const Bytes& bytes, std::size_t piece)
 
 class Folder {
 public:
-    Folder() : path(std::filesystem::temp_directory_path() / ("printserver-" + std::to_string(getpid())))
+    Folder()
+        : path(std::filesystem::temp_directory_path() /
+               ("printserver-" + std::to_string(GetCurrentProcessId())))
     {
         std::filesystem::remove_all(path);
     }

@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/posix/test_switches.h"
 #include "platform/posix/utf.h"
+#include "platform/test_switches.h"
 
 namespace {
 

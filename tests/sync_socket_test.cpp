@@ -241,6 +241,28 @@ TEST_F(SyncSocket, DisconnectAndAbandonFreeAHangingConnect)
     }
 }
 
+// The wake comes when there is no socket that it could end: while the name is resolved, or between two
+// addresses.
+TEST_F(SyncSocket, ADisconnectAheadOfTheConnectEndsTheAttempt)
+{
+    test_switches::SetResolution("cards.test", {"127.0.0.2", "127.0.0.1"});
+    const struct {
+        const char* line;
+        int connects;
+    } rows[] = {{"}CSyncSocket::Disconnect", 0}, {"Failed to connect to 127.0.0.2", 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        CSyncSocket socket(TEXT("cards.test"), server.Port());
+        test_switches::CountCalls("connect");
+        log.Clear();
+        log.AtLine(row.line, [&] { socket.Disconnect(); });
+        EXPECT_FALSE(socket.Connect());
+        EXPECT_FALSE(socket.IsConnected());
+        EXPECT_EQ(row.connects, test_switches::CallsCounted("connect"));
+        EXPECT_EQ(Failures{"CSyncSocket::Connect: Failed to connect."}, log.Failures());
+    }
+}
+
 TEST_F(SyncSocket, IsNeverConnectedAgainOnceAbandoned)
 {
     server.Data().Accept();

@@ -153,6 +153,8 @@ TEST_F(WholeJob, WaitsInTheServersQueueWithoutLosingAByte)
     EXPECT_EQ(0u, written);
     EXPECT_TRUE(Read(10));
     EXPECT_EQ(0u, read);
+    BYTE byte;
+    EXPECT_TRUE(table->pfnReadPort(port, &byte, 1, nullptr));
     EXPECT_TRUE(Query(5));
     EXPECT_EQ(0u, returned);
     ASSERT_TRUE(Learns(Lpq(0, kReceivingData)));
@@ -161,6 +163,21 @@ TEST_F(WholeJob, WaitsInTheServersQueueWithoutLosingAByte)
     ASSERT_TRUE(Learns(Lpq(0, kFinished)));
     EXPECT_TRUE(End());
     EXPECT_EQ(card, LastDocument().bytes);
+}
+
+// The spooler's writes can't tell that nobody listens any more; its end of the document can.
+TEST_F(WholeJob, IsPrintedAgainWhenItsLinkEndsInTheServersQueue)
+{
+    ServeByHand(Lpq(2, kWaiting));
+    ASSERT_TRUE(StartJob());
+    server->Reset(Channel::Command);
+    server->Reset(Channel::Data);
+    ASSERT_TRUE(log.WaitFor("Disconnecting socket."));
+    EXPECT_TRUE(Write({1}));
+    EXPECT_EQ(0u, written);
+    EXPECT_TRUE(End());
+    EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, GetLastError());
+    EXPECT_EQ(std::vector<DWORD>{JOB_CONTROL_RESTART}, spooler.JobCommands());
 }
 
 // A position with the top bit set is negative and holds nothing back; nobody has to give up a count.

@@ -10,6 +10,7 @@
 #include "platform/posix/call_switch.h"
 #include "platform/posix/file_access.h"
 #include "platform/posix/handles.h"
+#include "platform/posix/held_signal.h"
 #include "platform/posix/last_error.h"
 #include "platform/posix/utf.h"
 
@@ -166,11 +167,14 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void*)
     const auto object = posix_layer::Find<File>(file);
     if (!object)
         return FALSE;
+    // A file at the process's limit of size must not end the process.
+    const posix_layer::HeldSignal held(SIGXFSZ);
     for (DWORD done = 0; done < size;) {
         const ssize_t now = write(object->descriptor, static_cast<const char*>(data) + done, size - done);
         if (now < 0 && errno == EINTR)
             continue;
         if (now < 0) {
+            held.TakeOff();
             // The descriptor is good: EBADF tells of a handle opened without the right to write.
             SetLastError(errno == EBADF ? ERROR_ACCESS_DENIED : posix_layer::ErrorFromErrno(errno));
             return FALSE;

@@ -15,7 +15,7 @@ namespace {
 using Text = std::u16string_view;
 
 // No honest file is longer; what lies beyond is not read.
-constexpr std::size_t kMaxFileSize = 1024 * 1024;
+constexpr std::size_t kMaxFileSize = 1 << 20;
 
 // The first bytes of a regular file; nothing when there is none that can be read.
 std::string ReadBytes(const std::string& name)

@@ -72,6 +72,7 @@ ADDRINFOA* NewEntry(ULONG address, USHORT port, const ADDRINFOA& hints)
     return &entry->info;
 }
 
+// The list may have begun when memory runs out.
 int Resolve(const char* node, const char* service, const ADDRINFOA& hints, ADDRINFOA** result)
 {
     USHORT port = 0;
@@ -82,13 +83,11 @@ int Resolve(const char* node, const char* service, const ADDRINFOA& hints, ADDRI
     std::vector<ULONG> addresses;
     if (const int error = FindAddresses(node, &addresses); error != 0)
         return error;
-    ADDRINFOA* list = nullptr;
     for (auto address = addresses.rbegin(); address != addresses.rend(); ++address) {
         ADDRINFOA* entry = NewEntry(*address, port, hints);
-        entry->ai_next = list;
-        list = entry;
+        entry->ai_next = *result;
+        *result = entry;
     }
-    *result = list;
     return 0;
 }
 
@@ -104,7 +103,13 @@ int getaddrinfo(const char* node, const char* service, const ADDRINFOA* hints, A
             return WSAHOST_NOT_FOUND;
         return Resolve(node, service, hints != nullptr ? *hints : ADDRINFOA{}, result);
     });
-    return resolved >= 0 ? resolved : WSAGetLastError();
+    if (resolved >= 0)
+        return resolved;
+    const int error = WSAGetLastError();
+    if (*result != nullptr)
+        freeaddrinfo(*result);
+    *result = nullptr;
+    return error;
 }
 
 void freeaddrinfo(ADDRINFOA* list)

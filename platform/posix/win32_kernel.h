@@ -101,7 +101,8 @@ constexpr DWORD INVALID_FILE_SIZE = 0xFFFFFFFF;
 // that is refused with ERROR_SHARING_VIOLATION. A symbolic link in the last place is not followed.
 HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE templateFile);
-BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void* overlapped);
+using LPOVERLAPPED = void*;  // always null
+BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, LPOVERLAPPED overlapped);
 DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD method);
 // Cuts the file at the handle's position.
 BOOL SetEndOfFile(HANDLE file);

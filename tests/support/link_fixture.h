@@ -11,7 +11,7 @@
 #include "link/command_channel.h"
 #include "link/command_channel_message.h"
 #include "link/data_channel.h"
-#include "platform/posix/test_switches.h"
+#include "platform/test_switches.h"
 #include "tests/support/monitor_fixture.h"
 #include "tools/printserver/print_server.h"
 

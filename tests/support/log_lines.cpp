@@ -50,13 +50,28 @@ void LogLines::Clear()
 {
     std::lock_guard held(lock);
     lines.clear();
+    hook = nullptr;
+}
+
+void LogLines::AtLine(const std::string& text, std::function<void()> newHook)
+{
+    std::lock_guard held(lock);
+    hookedText = text;
+    hook = std::move(newHook);
 }
 
 void LogLines::Add(const char* text)
 {
-    std::lock_guard held(lock);
-    lines.push_back(ParseLogLine(text));
-    added.notify_all();
+    std::function<void()> due;
+    {
+        std::lock_guard held(lock);
+        lines.push_back(ParseLogLine(text));
+        added.notify_all();
+        if (hook && lines.back().message.find(hookedText) != std::string::npos)
+            due.swap(hook);
+    }
+    if (due)
+        due();
 }
 
 std::vector<LogLine> LogLines::All() const

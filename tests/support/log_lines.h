@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -36,10 +37,16 @@ public:
     // Waits for such a line; false after the limit.
     bool WaitFor(const std::string& text, std::chrono::seconds limit = std::chrono::seconds(30)) const;
 
+    // Runs the hook once: at the next line that contains the text, on the thread that writes it and before
+    // that thread goes on. One at a time; Clear forgets it.
+    void AtLine(const std::string& text, std::function<void()> hook);
+
 private:
     mutable std::mutex lock;
     mutable std::condition_variable added;
     std::vector<LogLine> lines;
+    std::string hookedText;
+    std::function<void()> hook;
 };
 
 LogLine ParseLogLine(const std::string& text);

@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/posix/test_switches.h"
+#include "platform/test_switches.h"
 #include "tests/support/monitor_fixture.h"
 #include "tools/printserver/print_server.h"
 

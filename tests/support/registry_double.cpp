@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 
+#include "tests/support/failing_new.h"
 #include "tests/support/text.h"
 
 // The C functions of the table; the spooler handle is the double's address.
@@ -110,10 +111,22 @@ struct RegistryCallbacks {
         if (*size > room)
             return ERROR_MORE_DATA;
         *type = found->second.type;
-        std::memcpy(data, found->second.bytes.data(), *size);
+        std::copy(found->second.bytes.begin(), found->second.bytes.end(), data);
         return ERROR_SUCCESS;
     }
 };
+
+namespace {
+
+// The callback as the monitor gets it: the double's own memory never runs out.
+template <auto callback, class... Args>
+LONG Untouched(Args... args)
+{
+    const UntouchedNew untouched;
+    return callback(args...);
+}
+
+}  // namespace
 
 bool RegistryDouble::IgnoringCase::operator()(const std::string& left, const std::string& right) const
 {
@@ -125,13 +138,13 @@ bool RegistryDouble::IgnoringCase::operator()(const std::string& left, const std
 RegistryDouble::RegistryDouble() : callbacks{}, root(std::make_shared<Key>())
 {
     callbacks.cbSize = sizeof(callbacks);
-    callbacks.fpCreateKey = RegistryCallbacks::CreateKey;
-    callbacks.fpOpenKey = RegistryCallbacks::OpenKey;
-    callbacks.fpCloseKey = RegistryCallbacks::CloseKey;
-    callbacks.fpDeleteKey = RegistryCallbacks::DeleteKey;
-    callbacks.fpEnumKey = RegistryCallbacks::EnumKey;
-    callbacks.fpSetValue = RegistryCallbacks::SetValue;
-    callbacks.fpQueryValue = RegistryCallbacks::QueryValue;
+    callbacks.fpCreateKey = Untouched<RegistryCallbacks::CreateKey>;
+    callbacks.fpOpenKey = Untouched<RegistryCallbacks::OpenKey>;
+    callbacks.fpCloseKey = Untouched<RegistryCallbacks::CloseKey>;
+    callbacks.fpDeleteKey = Untouched<RegistryCallbacks::DeleteKey>;
+    callbacks.fpEnumKey = Untouched<RegistryCallbacks::EnumKey>;
+    callbacks.fpSetValue = Untouched<RegistryCallbacks::SetValue>;
+    callbacks.fpQueryValue = Untouched<RegistryCallbacks::QueryValue>;
     rootHandle = NewHandle(root);
 }
 

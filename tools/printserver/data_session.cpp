@@ -6,8 +6,8 @@
 namespace printserver {
 namespace {
 
-constexpr std::size_t kBufferSize = 256 * 1024;
-constexpr Milliseconds kForGood{1000L * 60 * 60 * 24 * 365};
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr Milliseconds kForGood = std::chrono::hours(24 * 365);
 
 // Opens a data connection and takes its document.
 class DataSession {

@@ -9,6 +9,7 @@ const char* NameOf(Channel channel)
     return channel == Channel::Data ? "data" : "command";
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a copy per event is nothing
 void EventLog::Raise(Event event)
 {
     const std::scoped_lock inOrder(order);

@@ -35,7 +35,7 @@ FrameState FrameReader::Next(CommandFrame* frame, Milliseconds wait)
         if (TakeFrame(frame))
             return FrameState::Frame;
 
-        std::array<std::uint8_t, 16 * 1024> piece;
+        std::array<std::uint8_t, std::size_t{16} * 1024> piece;
         const ReadResult result = peer.Read(piece, wait);
         if (result.state == ReadState::Nothing)
             return FrameState::Nothing;

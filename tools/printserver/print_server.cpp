@@ -8,6 +8,7 @@
 
 namespace printserver {
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a copy per server is nothing
 PrintServer::PrintServer(PrintServerOptions options)
     : PrintServer(options, ListenOnPair(options.address, options.port))
 {

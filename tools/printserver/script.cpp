@@ -65,15 +65,16 @@ Script& Script::ReceiveAll()
 
 Script& Script::Answer(std::string name, Bytes request, Bytes reply)
 {
-    return Add(std::move(name), [request, reply](ScriptPlayer& player) {
-        const std::string instead = player.Expect(request);
-        return instead.empty() ? player.Send(reply) : instead;
-    });
+    return Add(std::move(name),
+               [request = std::move(request), reply = std::move(reply)](ScriptPlayer& player) {
+                   const std::string instead = player.Expect(request);
+                   return instead.empty() ? player.Send(reply) : instead;
+               });
 }
 
 Script& Script::AnswerAny(std::string name, std::uint32_t type, std::uint32_t requestId, Bytes reply)
 {
-    return Add(std::move(name), [type, requestId, reply](ScriptPlayer& player) {
+    return Add(std::move(name), [type, requestId, reply = std::move(reply)](ScriptPlayer& player) {
         CommandFrame frame;
         const std::string instead = player.ExpectFrame(type, requestId, &frame);
         return instead.empty() ? player.Send(reply) : instead;
@@ -115,6 +116,7 @@ Script& Script::AnswerParallelRead(unsigned count)
                      Reply(kParallelRead, 0, U16(count)));
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): given away as to the other steps
 Script& Script::AnswerQuery(std::uint32_t control, Bytes payload)
 {
     return AnswerAny("AnswerQuery " + std::to_string(control), kTypePrinterData, control,
@@ -123,8 +125,9 @@ Script& Script::AnswerQuery(std::uint32_t control, Bytes payload)
 
 Script& Script::Wait(Gate gate)
 {
-    return Add("Wait",
-               [gate](ScriptPlayer& player) { return player.WaitUntil([gate] { return gate.IsOpen(); }); });
+    return Add("Wait", [gate = std::move(gate)](ScriptPlayer& player) {
+        return player.WaitUntil([&gate] { return gate.IsOpen(); });
+    });
 }
 
 Script& Script::HangUp()

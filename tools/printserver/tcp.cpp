@@ -1,57 +1,31 @@
 #include "tools/printserver/tcp.h"
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <memory>
 
-#include <fcntl.h>
-#include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "tools/printserver/system_sockets.h"
 
 namespace printserver {
 namespace {
 
+using system_sockets::Native;
+using system_sockets::Until;
+
 constexpr int kBacklog = 128;
 constexpr int kPairTries = 200;
-
-int Raw(SocketHandle socket)
-{
-    return static_cast<int>(socket);
-}
-
-bool WouldBlock()
-{
-    return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
-}
-
-bool WaitFor(SocketHandle socket, short events, Milliseconds wait)
-{
-    pollfd entry{Raw(socket), events, 0};
-    return poll(&entry, 1, static_cast<int>(wait.count())) > 0;
-}
 
 void PrepareConnected(SocketHandle socket)
 {
     const int on = 1;
     // Single bytes and half frames have to leave as they are written.
-    (void)setsockopt(Raw(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
-
-SocketHandle NewSocket(const addrinfo& address)
-{
-    return ::socket(address.ai_family, address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC,
-                    address.ai_protocol);
+    (void)system_sockets::SetOption(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 AddressList Resolve(const std::string& address, std::uint16_t port)
 {
+    system_sockets::Start();
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
@@ -65,7 +39,7 @@ std::uint16_t BoundPort(SocketHandle socket)
 {
     sockaddr_storage name{};
     socklen_t size = sizeof name;
-    if (getsockname(Raw(socket), reinterpret_cast<sockaddr*>(&name), &size) != 0)
+    if (getsockname(Native(socket), reinterpret_cast<sockaddr*>(&name), &size) != 0)
         return 0;
     // The port stands at the same place in both families' addresses.
     return ntohs(reinterpret_cast<const sockaddr_in*>(&name)->sin_port);
@@ -74,14 +48,15 @@ std::uint16_t BoundPort(SocketHandle socket)
 std::string WhyNot(const std::string& address, std::uint16_t port, int error)
 {
     const std::string where = "port " + std::to_string(port) + " on " + address;
-    if (error == EADDRINUSE)
+    if (system_sockets::IsAddressInUse(error))
         return "Cannot listen: " + where +
                " is in use. Stop the program that has it, or choose another port; the port and the port plus "
                "2 "
                "must both be free.";
-    if (error == EACCES)
+    if (system_sockets::NeedsRights(error))
         return "Cannot listen: " + where + " needs special rights. Choose a port from 1024 to 65533.";
-    return "Cannot listen: " + where + ": " + std::strerror(error) + ". Choose an address of this machine.";
+    return "Cannot listen: " + where + ": " + system_sockets::ErrorText(error) +
+           ". Choose an address of this machine.";
 }
 
 }  // namespace
@@ -103,14 +78,14 @@ TcpConnection& TcpConnection::operator=(TcpConnection&& other) noexcept
 ReadResult TcpConnection::Read(std::span<std::uint8_t> buffer, Milliseconds wait)
 {
     for (int attempt = 0; IsOpen(); ++attempt) {
-        const ssize_t count = recv(Raw(socket), buffer.data(), buffer.size(), 0);
+        const std::int64_t count = system_sockets::Receive(socket, buffer);
         if (count > 0)
             return {ReadState::Bytes, static_cast<std::size_t>(count)};
         if (count == 0)
             return {ReadState::End};
-        if (!WouldBlock())
+        if (!system_sockets::WouldBlock())
             return {ReadState::Broken};
-        if (attempt > 0 || !WaitFor(socket, POLLIN, wait))
+        if (attempt > 0 || !system_sockets::WaitFor(socket, Until::Readable, wait))
             return {ReadState::Nothing};
     }
     return {ReadState::Closed};
@@ -119,12 +94,12 @@ ReadResult TcpConnection::Read(std::span<std::uint8_t> buffer, Milliseconds wait
 std::optional<std::size_t> TcpConnection::Write(std::span<const std::uint8_t> bytes, Milliseconds wait)
 {
     for (int attempt = 0; IsOpen(); ++attempt) {
-        const ssize_t count = send(Raw(socket), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const std::int64_t count = system_sockets::Send(socket, bytes);
         if (count >= 0)
             return static_cast<std::size_t>(count);
-        if (!WouldBlock())
+        if (!system_sockets::WouldBlock())
             return std::nullopt;
-        if (attempt > 0 || !WaitFor(socket, POLLOUT, wait))
+        if (attempt > 0 || !system_sockets::WaitFor(socket, Until::Writable, wait))
             return 0;
     }
     return std::nullopt;
@@ -136,11 +111,11 @@ void TcpConnection::HangUp()
         return;
     // A close with unread bytes would reset the connection, so the end goes out first and the bytes are
     // taken.
-    (void)shutdown(Raw(socket), SHUT_WR);
+    system_sockets::EndSending(socket);
     std::array<std::uint8_t, 4096> ignored;
-    for (int round = 0; round < 1024 && recv(Raw(socket), ignored.data(), ignored.size(), 0) > 0; ++round) {
+    for (int round = 0; round < 1024 && system_sockets::Receive(socket, ignored) > 0; ++round) {
     }
-    (void)close(Raw(std::exchange(socket, kNoSocket)));
+    system_sockets::Close(std::exchange(socket, kNoSocket));
 }
 
 void TcpConnection::Reset()
@@ -148,8 +123,8 @@ void TcpConnection::Reset()
     if (!IsOpen())
         return;
     const linger atOnce{1, 0};
-    (void)setsockopt(Raw(socket), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
-    (void)close(Raw(std::exchange(socket, kNoSocket)));
+    (void)system_sockets::SetOption(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    system_sockets::Close(std::exchange(socket, kNoSocket));
 }
 
 TcpListener::TcpListener(TcpListener&& other) noexcept
@@ -175,14 +150,11 @@ TcpListener TcpListener::Listen(const std::string& address, std::uint16_t port)
                           " is no address of this machine. Choose another address.");
 
     TcpListener listener;
-    listener.socket = NewSocket(*found);
-    const int on = 1;
-    // A port whose last connections still linger can be listened on again at once.
-    if (listener.socket == kNoSocket ||
-        setsockopt(Raw(listener.socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(Raw(listener.socket), found->ai_addr, found->ai_addrlen) != 0 ||
-        listen(Raw(listener.socket), kBacklog) != 0) {
-        throw ListenError(WhyNot(address, port, errno));
+    listener.socket = system_sockets::New(*found);
+    if (listener.socket == kNoSocket || !system_sockets::ReserveListenAddress(listener.socket) ||
+        bind(Native(listener.socket), found->ai_addr, static_cast<socklen_t>(found->ai_addrlen)) != 0 ||
+        listen(Native(listener.socket), kBacklog) != 0) {
+        throw ListenError(WhyNot(address, port, system_sockets::LastError()));
     }
     listener.port = BoundPort(listener.socket);
     return listener;
@@ -190,23 +162,23 @@ TcpListener TcpListener::Listen(const std::string& address, std::uint16_t port)
 
 std::optional<TcpConnection> TcpListener::Accept(Milliseconds wait)
 {
-    if (socket == kNoSocket || !WaitFor(socket, POLLIN, wait))
+    if (socket == kNoSocket || !system_sockets::WaitFor(socket, Until::Readable, wait))
         return std::nullopt;
-    const int accepted = accept4(Raw(socket), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (accepted < 0)
+    const SocketHandle accepted = system_sockets::Accept(socket);
+    if (accepted == kNoSocket)
         return std::nullopt;
     return TcpConnection(accepted);
 }
 
 void TcpListener::ShrinkBacklog()
 {
-    (void)listen(Raw(socket), 0);
+    (void)listen(Native(socket), 0);
 }
 
 void TcpListener::Close()
 {
     if (socket != kNoSocket)
-        (void)close(Raw(std::exchange(socket, kNoSocket)));
+        system_sockets::Close(std::exchange(socket, kNoSocket));
 }
 
 ListenerPair ListenOnPair(const std::string& address, std::uint16_t port)
@@ -234,17 +206,18 @@ std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t
     const AddressList found = Resolve(address, port);
     if (!found)
         return std::nullopt;
-    const SocketHandle socket = NewSocket(*found);
+    const SocketHandle socket = system_sockets::New(*found);
     if (socket == kNoSocket)
         return std::nullopt;
     TcpConnection connection(socket);
-    if (connect(Raw(socket), found->ai_addr, found->ai_addrlen) == 0)
+    if (connect(Native(socket), found->ai_addr, static_cast<socklen_t>(found->ai_addrlen)) == 0)
         return connection;
-    if (errno != EINPROGRESS || !WaitFor(socket, POLLOUT, wait))
+    if (!system_sockets::WouldBlock() || !system_sockets::WaitFor(socket, Until::Writable, wait))
         return std::nullopt;
     int error = 0;
     socklen_t size = sizeof error;
-    if (getsockopt(Raw(socket), SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0)
+    if (getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0 ||
+        error != 0)
         return std::nullopt;
     return connection;
 }

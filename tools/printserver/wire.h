@@ -72,7 +72,7 @@ struct CommandFrame {
 struct Version {
     unsigned long major = 0;
     unsigned long minor = 0;
-    auto operator<=>(const Version&) const = default;
+    auto operator<=>(const Version&) const = default;  // NOLINT(modernize-use-nullptr): its 0 is none
 };
 // Numbers as in C source, so that 010 is eight. What the text does not deliver stays 0.
 Version ParseVersion(const std::string& text);

@@ -1,12 +1,13 @@
 #pragma once
 
 // Switches for tests of what a healthy machine seldom does. The monitor never sees this header.
-// All are process-wide, may be set from any thread, and hold until reset.
+// All are process-wide, may be set from any thread, and hold until reset. The POSIX layer has them built in;
+// on Windows the test binary stands in front of the system's calls.
 
 #include <string>
 #include <vector>
 
-#include "win32_types.h"
+#include "platform/platform.h"
 
 namespace test_switches {
 
