@@ -1,8 +1,8 @@
 #include <sstream>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/port_administration.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

@@ -55,7 +55,7 @@ std::size_t WidthOf(const std::string& text)
 
 }  // namespace
 
-void PrintTable(std::vector<std::vector<std::string>> rows)
+void PrintTable(const std::vector<std::vector<std::string>>& rows)
 {
     std::vector<std::size_t> widths;
     for (const auto& row : rows) {

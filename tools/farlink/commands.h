@@ -20,10 +20,7 @@ struct Run {
 };
 
 void AddPortCommands(CLI::App& farlink, Run& run);
-void AddPrintCommand(CLI::App& farlink, Run& run);
-void AddJobsCommands(CLI::App& farlink, Run& run);
 void AddKeepAliveCommands(CLI::App& farlink, Run& run);
-void AddQueryCommand(CLI::App& farlink, Run& run);
 void AddStatusCommand(CLI::App& farlink, Run& run);
 void AddLogCommands(CLI::App& farlink, Run& run);
 void AddAboutCommand(CLI::App& farlink, Run& run);
@@ -31,6 +28,12 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run);
 void AddSampleCommand(CLI::App& farlink);
 void AddCompletionCommand(CLI::App& farlink);
 void AddManCommand(CLI::App& farlink);
+
+// Those that one system's spooler has: see system_commands.h.
+void AddPrintCommand(CLI::App& farlink, Run& run);
+void AddJobsCommands(CLI::App& farlink, Run& run);     // the embedded spooler's
+void AddQueryCommand(CLI::App& farlink, Run& run);     // the same
+void AddMonitorCommands(CLI::App& farlink, Run& run);  // Windows
 
 // --- pieces that the commands share ------------------------------------------------------------------
 
@@ -46,6 +49,6 @@ void PrintJson(const Json& value);      // over several lines, for one answer
 void PrintJsonLine(const Json& value);  // in one line, for a stream
 
 // Rows under headings, each column as wide as its widest cell. Nothing for no rows.
-void PrintTable(std::vector<std::vector<std::string>> rows);
+void PrintTable(const std::vector<std::vector<std::string>>& rows);
 
 }  // namespace farlink

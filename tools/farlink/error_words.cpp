@@ -7,14 +7,23 @@ namespace farlink {
 
 namespace {
 
+#ifdef _WIN32
+constexpr const char* kRightsRemedy =
+    "type it in a command prompt that was opened with 'Run as administrator'";
+constexpr const char* kLibraryRemedy =
+    "it belongs in the system folder: 'farlink monitor install' tells where";
+#else
+constexpr const char* kRightsRemedy = "run it as the owner of the state folder";
+constexpr const char* kLibraryRemedy = "it belongs beside farlink";
+#endif
+
 #define WORD_AND_NAME(word) word, #word
 
 constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_FILE_NOT_FOUND), "there is no such port", "'farlink port list' shows all"},
     {WORD_AND_NAME(ERROR_PATH_NOT_FOUND), "there is no such folder"},
     {WORD_AND_NAME(ERROR_TOO_MANY_OPEN_FILES), "too many files are open"},
-    {WORD_AND_NAME(ERROR_ACCESS_DENIED), "not permitted, or the settings could not be stored",
-     "run it as the owner of the state folder"},
+    {WORD_AND_NAME(ERROR_ACCESS_DENIED), "not permitted, or the settings could not be stored", kRightsRemedy},
     {WORD_AND_NAME(ERROR_INVALID_HANDLE), "the handle is not valid"},
     {WORD_AND_NAME(ERROR_NOT_ENOUGH_MEMORY), "out of memory"},
     {WORD_AND_NAME(ERROR_WRITE_PROTECT), "the state folder can't be written to"},
@@ -28,8 +37,7 @@ constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_DISK_FULL), "the disk is full"},
     {WORD_AND_NAME(ERROR_INSUFFICIENT_BUFFER), "the answer is longer than expected"},
     {WORD_AND_NAME(ERROR_INVALID_LEVEL), "the record level is not served"},
-    {WORD_AND_NAME(ERROR_MOD_NOT_FOUND), "the monitor's library can't be loaded",
-     "it belongs beside farlink"},
+    {WORD_AND_NAME(ERROR_MOD_NOT_FOUND), "the monitor's library can't be loaded", kLibraryRemedy},
     {WORD_AND_NAME(ERROR_PROC_NOT_FOUND), "the monitor did not start"},
     {WORD_AND_NAME(ERROR_BAD_ARGUMENTS), "the arguments are not valid"},
     {WORD_AND_NAME(ERROR_BUSY), "a document prints on it", "try again when it is through"},

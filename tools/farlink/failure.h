@@ -32,13 +32,11 @@ private:
 
 // "<what>: <what the word means>; <what to do> (ERROR_BUSY, 170)".
 Failure PlatformFailure(const std::string& what, DWORD word);
+// The same with another meaning; `what` may be empty.
+Failure PlatformFailure(const std::string& what, DWORD word, std::string why);
 
 // Of the calling thread's last failed spooler call, with the spooler's own text for what it means where
-// there is one. `what` may be empty: the spooler's text names the thing.
+// there is one. `what` may be empty: such a text names the thing.
 Failure SpoolerFailure(const std::string& what = {});
-
-// Of the calling thread's last failed QueryPort or CheckPort. A word of the monitor's sockets says more
-// than the spooler's text.
-Failure PortFailure(const WideString& port);
 
 }  // namespace farlink

@@ -5,7 +5,8 @@ namespace farlink {
 
 // From here on SIGINT, SIGTERM and SIGHUP only leave a mark; a second SIGINT ends the process at once, with
 // status 130. A reader of our output that goes away no longer ends the process. Call it before the
-// spooler starts any thread.
+// spooler starts any thread. On Windows Ctrl-C and Ctrl-Break count as SIGINT; closing the window, logging
+// off and shutting down count as SIGTERM, after which the system leaves the process a few seconds.
 void CatchInterrupts();
 
 bool InterruptAsked();  // Ctrl-C: the person doesn't want it any more

@@ -4,10 +4,10 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/error_words.h"
 #include "tools/farlink/interrupts.h"
 #include "tools/farlink/progress_view.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
@@ -176,21 +176,6 @@ std::string ReasonOf(const JOB_PROGRESS& progress)
     const ErrorWord* known = FindErrorWord(progress.lastError);
     return reason + (known == nullptr ? "" : std::string(": ") + known->meaning) + " (" +
            NameOfWord(progress.lastError) + ")";
-}
-
-void RequireIdle(const WideString& port)
-{
-    const std::vector<PrinterEntry> printers = ListPrinters();
-    const PrinterHandle server(WideString{});
-    for (const JobEntry& job : ListJobs(server)) {
-        JOB_PROGRESS progress{};
-        const bool isOurs = std::ranges::any_of(printers, [&](const PrinterEntry& printer) {
-            return SameName(printer.port, port) && SameName(printer.name, job.printer);
-        });
-        if (isOurs && ReadProgress(server, job.id, progress) && progress.phase >= JOB_PHASE_STARTING &&
-            progress.phase <= JOB_PHASE_ENDING)
-            throw PlatformFailure("Port '" + ToUtf8(port) + "'", ERROR_BUSY);
-    }
 }
 
 bool ReadProgress(const PrinterHandle& server, DWORD jobId, JOB_PROGRESS& progress)

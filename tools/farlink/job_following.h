@@ -33,10 +33,6 @@ const char* StateWordOf(const JOB_PROGRESS& progress);
 // Why a job is in its state, for people, with the error's name; empty if there is nothing to say.
 std::string ReasonOf(const JOB_PROGRESS& progress);
 
-// Throws Failure with ERROR_BUSY while a document prints on the port, in whatever process. The monitor
-// refuses changes too, but knows only of its own process.
-void RequireIdle(const WideString& port);
-
 // False when there is no such job.
 bool ReadProgress(const PrinterHandle& server, DWORD jobId, JOB_PROGRESS& progress);
 

@@ -2,11 +2,11 @@
 #include <cstdio>
 #include <memory>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/interrupts.h"
 #include "tools/farlink/job_following.h"
 #include "tools/farlink/sizes.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
@@ -73,7 +73,7 @@ void List(const Run& run, const JobsOptions& options)
         PrintLine(options.all ? "No jobs." : "No jobs; --all shows those of the last week too.");
     } else {
         rows.insert(rows.begin(), {"ID", "STATE", "SIZE", "PRINTER", "DOCUMENT", "REASON"});
-        PrintTable(std::move(rows));
+        PrintTable(rows);
     }
 }
 

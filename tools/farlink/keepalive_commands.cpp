@@ -1,9 +1,9 @@
 #include <memory>
+#include <optional>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
-#include "tools/farlink/job_following.h"
-#include "tools/farlink/port_administration.h"
+#include "tools/farlink/port_use.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

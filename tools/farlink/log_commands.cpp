@@ -3,18 +3,16 @@
 #include <optional>
 #include <sstream>
 
-#include "platform/posix/utf.h"
-#include "spooler/spooler.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/log_path.h"
+#include "tools/farlink/log_settings.h"
 #include "tools/farlink/log_show.h"
 #include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
 namespace {
-
-constexpr LPCWSTR kSettingsKey = TEXT("Ports");
 
 struct Setting {
     LPCWSTR name;
@@ -42,25 +40,7 @@ struct LevelOptions {
 
 DWORD Read(const MonitorEntry& monitor, const Setting& setting)
 {
-    DWORD value = 0;
-    if (GetMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name, &value))
-        return value;
-    if (GetLastError() != ERROR_FILE_NOT_FOUND)
-        throw SpoolerFailure("The log settings can't be read");
-    return setting.initial;
-}
-
-void Write(const MonitorEntry& monitor, const Setting& setting, DWORD value)
-{
-    if (!SetMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name, value))
-        throw SpoolerFailure("The log settings can't be stored");
-}
-
-void Remove(const MonitorEntry& monitor, const Setting& setting)
-{
-    if (!DeleteMonitorSetting(monitor.name.c_str(), kSettingsKey, setting.name) &&
-        GetLastError() != ERROR_FILE_NOT_FOUND)
-        throw SpoolerFailure("The log settings can't be removed");
+    return ReadLogSetting(monitor, setting.name).value_or(setting.initial);
 }
 
 std::vector<std::string> NamesOf(DWORD events)
@@ -123,15 +103,15 @@ void Level(const Run& run, const LevelOptions& options)
         options.events ? std::optional(EventsOf(*options.events)) : std::nullopt;
     if (options.defaults)
         for (const Setting& setting : {kEvents, kFile, kDebug, kLimit})
-            Remove(monitor, setting);
+            RemoveLogSetting(monitor, setting.name);
     if (events)
-        Write(monitor, kEvents, *events);
+        StoreLogSetting(monitor, kEvents.name, *events);
     if (options.file)
-        Write(monitor, kFile, *options.file == "on" ? 1 : 0);
+        StoreLogSetting(monitor, kFile.name, *options.file == "on" ? 1 : 0);
     if (options.debug)
-        Write(monitor, kDebug, *options.debug == "on" ? 1 : 0);
+        StoreLogSetting(monitor, kDebug.name, *options.debug == "on" ? 1 : 0);
     if (options.limit)
-        Write(monitor, kLimit, *options.limit);
+        StoreLogSetting(monitor, kLimit.name, *options.limit);
     Show(run, monitor);
 }
 

@@ -6,7 +6,7 @@
 
 namespace farlink {
 
-// Where a monitor that this environment starts writes its log.
+// Where the monitor writes its log when this system's spooler runs it.
 std::string LogPath(const MonitorEntry& monitor);
 
 }  // namespace farlink

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/failure.h"
 #include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <memory>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
-#include "tools/farlink/job_following.h"
-#include "tools/farlink/port_administration.h"
+#include "tools/farlink/port_use.h"
+#include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
@@ -42,7 +42,8 @@ void CheckName(const WideString& name)
     if (name.empty())
         throw Failure("A port name can't be empty", ExitStatus::Usage);
     // A printer of the port's name couldn't have the first two, a listing couldn't show the others.
-    if (std::ranges::any_of(name, [](WCHAR unit) { return unit == u',' || unit == u'\\' || unit < u' '; }))
+    if (std::ranges::any_of(
+            name, [](WCHAR unit) { return unit == TEXT(',') || unit == TEXT('\\') || unit < TEXT(' '); }))
         throw Failure("A port name can't have a comma, a backslash or a control character",
                       ExitStatus::Usage);
 }
@@ -99,22 +100,14 @@ void List(const Run& run)
         PrintLine("No ports. 'farlink port add NAME --server HOST --port N' makes one.");
     } else {
         rows.insert(rows.begin(), {"NAME", "SERVER", "PORT"});
-        PrintTable(std::move(rows));
+        PrintTable(rows);
     }
 }
 
-// The port's printers go first: they refuse while they have jobs, and would be left without a port.
 void Delete(const Run& run, const PortOptions& options)
 {
     const PortSettings port = GetPort(ToUtf16(options.name));
-    const std::string what = "Port '" + options.name + "'";
-    for (const PrinterEntry& printer : ListPrinters()) {
-        if (!SameName(printer.port, port.name))
-            continue;
-        const PrinterHandle handle(printer.name, true);
-        if (!DeletePrinter(handle.Get()))
-            throw SpoolerFailure(what);
-    }
+    FreeOfPrinters(port.name, "Port '" + options.name + "'");
     DeletePort(port.name);
     Say(run, port, "Port '" + ToUtf8(port.name) + "' is deleted");
 }

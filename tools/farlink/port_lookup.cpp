@@ -1,8 +1,8 @@
 #include "tools/farlink/port_lookup.h"
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/failure.h"
 #include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

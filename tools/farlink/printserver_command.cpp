@@ -6,6 +6,7 @@
 #include "tools/farlink/commands.h"
 #include "tools/farlink/interrupts.h"
 #include "tools/farlink/sizes.h"
+#include "tools/farlink/wide_text.h"
 #include "tools/printserver/print_server.h"
 
 namespace farlink {
@@ -38,7 +39,7 @@ printserver::PrintServerOptions ServerOptionsOf(const ServerOptions& options)
     printserver::PrintServerOptions server;
     server.address = options.address;
     server.port = options.port;
-    server.folder = options.folder;
+    server.folder = PathOf(options.folder);
     server.version = options.version == "none" ? "" : options.version;
     server.course.queue = options.queue;
     server.course.perPosition = Span(options.seconds);

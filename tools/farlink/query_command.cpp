@@ -6,11 +6,12 @@
 #include <iterator>
 #include <memory>
 
-#include "platform/posix/utf.h"
 #include "spooler/spooler.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/hex_text.h"
+#include "tools/farlink/port_failure.h"
 #include "tools/farlink/port_lookup.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

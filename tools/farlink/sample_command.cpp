@@ -1,11 +1,12 @@
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 #include "tools/farlink/card_drawing.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/sizes.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
@@ -16,24 +17,17 @@ struct SampleOptions {
     int cards = 2;
 };
 
-void Write(const std::string& text, std::FILE* file)
-{
-    std::fwrite(text.data(), 1, text.size(), file);
-}
-
 void Sample(const SampleOptions& options)
 {
-    std::FILE* file = std::fopen(options.file.c_str(), "wb");
-    if (file == nullptr)
-        throw Failure("'" + options.file + "' can't be written: " + std::strerror(errno));
+    std::ofstream file(PathOf(options.file), std::ios::binary);
     std::size_t size = 0;
-    for (int card = 1; card <= options.cards; ++card) {
+    for (int card = 1; file && card <= options.cards; ++card) {
         const std::string page = DrawCard(card);
         size += page.size();
-        Write(page, file);
+        file << page;
     }
-    const bool written = std::ferror(file) == 0;
-    if (std::fclose(file) != 0 || !written)
+    file.close();
+    if (!file)
         throw Failure("'" + options.file + "' can't be written: " + std::strerror(errno));
     PrintLine(options.file + ": " + std::to_string(options.cards) + " cards, " + SizeText(size));
 }

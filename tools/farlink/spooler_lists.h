@@ -29,6 +29,7 @@ private:
 struct PrinterEntry {
     WideString name;
     WideString port;
+    DWORD jobs;  // in its queue
 };
 
 struct JobEntry {
@@ -40,11 +41,12 @@ struct JobEntry {
     SYSTEMTIME submitted;
 };
 
-// Names in the order of their letters, letter case apart.
+// Names in the order of their letters, letter case apart. The ports are those of our monitor.
 std::vector<WideString> ListPorts();
 std::vector<PrinterEntry> ListPrinters();
-// Oldest first, finished ones too.
-std::vector<JobEntry> ListJobs(const PrinterHandle& server);
+// Oldest first, finished ones too, as far as the spooler keeps them. The embedded spooler gives those of all
+// printers for a handle to the print server, Windows only those of one printer.
+std::vector<JobEntry> ListJobs(const PrinterHandle& printer);
 
 bool SameName(const WideString& left, const WideString& right);
 

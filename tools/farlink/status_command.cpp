@@ -1,62 +1,22 @@
-#include <algorithm>
 #include <memory>
 
-#include "platform/posix/utf.h"
-#include "spooler/spooler.h"
 #include "tools/farlink/commands.h"
-#include "tools/farlink/job_following.h"
 #include "tools/farlink/log_file_bytes.h"
 #include "tools/farlink/log_findings.h"
 #include "tools/farlink/log_path.h"
+#include "tools/farlink/log_settings.h"
 #include "tools/farlink/log_text.h"
 #include "tools/farlink/port_administration.h"
 #include "tools/farlink/port_lookup.h"
+#include "tools/farlink/port_use.h"
 #include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
 namespace {
 
 constexpr std::size_t kFailuresShown = 3;
-
-struct Reach {
-    const char* word;  // for programs
-    std::string text;
-};
-
-Reach TryPort(const WideString& port)
-{
-    if (CheckPort(port.c_str()))
-        return {"yes", "yes: both connections were opened, and closed again"};
-    if (GetLastError() == ERROR_BUSY)
-        return {"busy", "not tried: a document or a query is at work on the port"};
-    return {"no", std::string("no: ") + PortFailure(port).what()};
-}
-
-struct WaitingJob {
-    DWORD id;
-    std::string state;
-    std::string reason;
-};
-
-std::vector<WaitingJob> JobsOf(const WideString& port)
-{
-    const std::vector<PrinterEntry> printers = ListPrinters();
-    const auto isHere = [&](const JobEntry& job) {
-        return std::ranges::any_of(printers, [&](const PrinterEntry& printer) {
-            return SameName(printer.port, port) && SameName(printer.name, job.printer);
-        });
-    };
-    const PrinterHandle server(WideString{});
-    std::vector<WaitingJob> jobs;
-    for (const JobEntry& job : ListJobs(server)) {
-        JOB_PROGRESS progress{};
-        if (isHere(job) && ReadProgress(server, job.id, progress) && progress.outcome != JOB_OUTCOME_SENT &&
-            progress.outcome != JOB_OUTCOME_DELETED)
-            jobs.push_back({job.id, StateWordOf(progress), ReasonOf(progress)});
-    }
-    return jobs;
-}
 
 // Whatever process wrote it. What the log doesn't hold isn't known.
 struct LogLook {
@@ -71,9 +31,7 @@ LogLook LookIntoLog(const std::string& tag)
     const MonitorEntry monitor = FindMonitor();
     LogLook look;
     look.path = LogPath(monitor);
-    DWORD toFile = 0;
-    look.isOn =
-        GetMonitorSetting(monitor.name.c_str(), TEXT("Ports"), TEXT("LogToFile"), &toFile) && toFile != 0;
+    look.isOn = ReadLogSetting(monitor, TEXT("LogToFile")).value_or(0) != 0;
     LogFileBytes file(look.path);
     look.exists = file.Exists();
     if (look.exists) {
@@ -96,8 +54,8 @@ Health Examine(const WideString& name)
     Health health;
     health.port = GetPort(name);
     health.keepAlive = GetKeepAlive(name);
-    health.reach = TryPort(name);  // before the look into the log, which then holds it too
-    health.jobs = JobsOf(name);
+    health.reach = TryPort(health.port);  // before the look into the log, which then holds it too
+    health.jobs = WaitingJobsOn(health.port.name);
     health.log = LookIntoLog(ToUtf8(health.port.server) + ":" + std::to_string(health.port.number));
     return health;
 }
@@ -145,7 +103,7 @@ void Show(const Health& health)
         {"printer", TextOf(health.log.found.lastNote, health.log)}};
     AddRows(rows, "jobs", jobs, "none waits");
     AddRows(rows, "failures", failures, health.log.exists ? "none in the log" : Unknown(health.log));
-    PrintTable(std::move(rows));
+    PrintTable(rows);
 }
 
 // --- for programs -----------------------------------------------------------------------------------
@@ -202,9 +160,8 @@ void AddStatusCommand(CLI::App& farlink, Run& run)
     status->add_option("NAME", *name, "A port or a printer")->required();
     AddExamples(*status, "farlink status front-desk\nfarlink status front-desk --json");
     status->footer(
-        status->get_footer() +
-        "\n\nTo try the print server, both connections are opened as for a document, and closed without\n"
-        "a byte of one. Protocol, printer state and failures are what the monitor's log file holds.\n\n"
+        status->get_footer() + "\n\n" + kTryHelp +
+        "\nProtocol, printer state and failures are what the monitor's log file holds.\n\n"
         "Exit status: 0 the print server answers, or the port is at work; 1 it doesn't, or there is\n"
         "no such port.");
     status->callback([&run, name] { Status(run, *name); });

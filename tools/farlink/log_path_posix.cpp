@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "platform/posix/utf.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 

@@ -1,17 +1,14 @@
-#include <unistd.h>
+#include "tools/farlink/run_tool.h"
 
 #include <cstdio>
 #include <exception>
 
-#include "spooler/spooler.h"
 #include "tools/farlink/commands.h"
+#include "tools/farlink/system_commands.h"
 
 namespace farlink {
 
 namespace {
-
-// A document on its way out is seen through to the print server's word, which takes half a minute at most.
-constexpr DWORD kShutdownMs = 60000;
 
 // "farlink port add" for a command line that came so far.
 std::string CommandOf(const CLI::App& app)
@@ -51,22 +48,20 @@ void Describe(CLI::App& app)
         "Examples:\n"
         "  farlink port add front-desk --server 10.0.0.7 --port 9100\n"
         "  farlink print --to front-desk badge.prn\n"
-        "  farlink COMMAND --help\n\n"
-        "Ports, jobs and settings lie in $FARLINK_STATE, else $XDG_STATE_HOME/farlink, else\n"
-        "~/.local/state/farlink.\n\n" +
-        std::string(kExitStatusHelp));
+        "  farlink COMMAND --help\n\n" +
+        std::string(kStateHelp) + "\n\n" + kExitStatusHelp);
 }
 
-int RunTool(int argc, char** argv)
+}  // namespace
+
+int RunTool(int argc, const char* const* argv)
 {
     CLI::App app("Print to network card printers and look after their ports", "farlink");
     Run run;
     Describe(app);
     AddPortCommands(app, run);
-    AddPrintCommand(app, run);
-    AddJobsCommands(app, run);
+    AddSystemCommands(app, run);
     AddKeepAliveCommands(app, run);
-    AddQueryCommand(app, run);
     AddStatusCommand(app, run);
     AddLogCommands(app, run);
     AddAboutCommand(app, run);
@@ -88,14 +83,4 @@ int RunTool(int argc, char** argv)
     }
 }
 
-}  // namespace
-
 }  // namespace farlink
-
-int main(int argc, char** argv)
-{
-    const int status = farlink::RunTool(argc, argv);
-    if (!ShutdownSpooler(farlink::kShutdownMs))
-        _exit(status);  // threads still run, so nothing may be taken down under them
-    return status;
-}

@@ -8,10 +8,10 @@
 #include <memory>
 #include <optional>
 
-#include "platform/posix/utf.h"
 #include "tools/farlink/commands.h"
 #include "tools/farlink/interrupts.h"
 #include "tools/farlink/job_following.h"
+#include "tools/farlink/wide_text.h"
 
 namespace farlink {
 
@@ -105,7 +105,7 @@ FollowedJob Spool(const PrinterHandle& printer, const std::string& name)
     const DWORD job = StartDocPrinterW(printer.Get(), 1, reinterpret_cast<LPBYTE>(&info));
     if (job == 0)
         throw SpoolerFailure("'" + document + "' was not accepted");
-    std::vector<BYTE> buffer(256 * 1024);
+    std::vector<BYTE> buffer(std::size_t{256} * 1024);
     while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
         if (InterruptAsked() || EndAsked())
             throw Failure("Interrupted before '" + document + "' was accepted; nothing of it is printed",

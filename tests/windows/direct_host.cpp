@@ -1,0 +1,87 @@
+// Checks of the monitor's library without a spooler in front of it.
+//
+//   direct_host jobs LIBRARY FINISHING CANCELLING NEVER   what the spooler is asked for a job; the last
+//                                                         words are the ports of three print servers
+//   direct_host table LIBRARY SIZE     the table's size; a log is written in this version's place
+//   direct_host unload LIBRARY         the library goes without a shutdown, and comes again
+//   direct_host leave LIBRARY PORT     the process ends in the middle of a document
+#include <map>
+#include <stdexcept>
+
+#include "tests/windows/checks.h"
+#include "tests/windows/direct_monitor.h"
+#include "tests/windows/job_control.h"
+
+namespace {
+
+constexpr const wchar_t* kPort = L"direct";
+
+void TurnLogOn()
+{
+    HKEY ports = nullptr;
+    const DWORD on = 1;
+    RegCreateKeyExW(SettingsRoot(), L"Ports", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &ports, nullptr);
+    RegSetValueExW(ports, L"LogToFile", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&on), sizeof on);
+    RegCloseKey(ports);
+}
+
+void CheckTable(const std::vector<std::string>& words)
+{
+    EmptySettings();
+    TurnLogOn();
+    DirectMonitor monitor(checks::Wide(words.at(0).c_str()));
+    const MONITOR2& table = monitor.Table();
+    checks::CheckEqual(table.cbSize, std::stoul(words.at(1)), "the table's size");
+    checks::Check(table.pfnEnumPorts != nullptr && table.pfnXcvDataPort != nullptr &&
+                      table.pfnShutdown != nullptr && table.pfnOpenPortEx == nullptr &&
+                      table.pfnAddPort == nullptr && table.pfnSendRecvBidiDataFromPort == nullptr,
+                  "the table's functions", "one is missing, or too many");
+    monitor.ShutDown();
+    checks::Check(monitor.Unload(), "the library goes", "it stays");
+    EmptySettings();
+}
+
+void CheckUnload(const std::vector<std::string>& words)
+{
+    const std::wstring path = checks::Wide(words.at(0).c_str());
+    EmptySettings();
+    for (const char* time : {"first", "second"}) {
+        DirectMonitor monitor(path);
+        const DWORD word = monitor.PointPort(kPort, 9100);
+        const bool isOpen = monitor.OpenPort(kPort) != nullptr;
+        const bool unloaded = monitor.Unload() && GetModuleHandleW(path.c_str()) == nullptr;
+        checks::Check(word == 0 && isOpen && unloaded, std::string("unload without a shutdown, ") + time,
+                      "word " + std::to_string(word));
+        EmptySettings();
+    }
+}
+
+// The worker of the port's channel runs, and is ended by the system before the library is detached.
+void CheckLeaving(const std::vector<std::string>& words)
+{
+    EmptySettings();
+    static DirectMonitor monitor(checks::Wide(words.at(0).c_str()));
+    const auto server = static_cast<WORD>(std::stoul(words.at(1)));
+    checks::CheckEqual(monitor.PointPort(kPort, server), 0, "a port to leave");
+    const HANDLE port = monitor.OpenPort(kPort);
+    checks::Check(monitor.Table().pfnStartDocPort(port, nullptr, 0, 1, nullptr) != FALSE,
+                  "a document to leave", "it wasn't begun");
+    EmptySettings();
+}
+
+}  // namespace
+
+int main(int count, char** words)
+{
+    using Action = void (*)(const std::vector<std::string>&);
+    const std::map<std::string, Action> actions = {
+        {"jobs", CheckJobControl}, {"table", CheckTable}, {"unload", CheckUnload}, {"leave", CheckLeaving}};
+    const auto found = actions.find(count > 1 ? words[1] : "");
+    try {
+        if (checks::Check(found != actions.end(), "known action", "no such action"))
+            found->second({words + 2, words + count});
+    } catch (const std::exception& error) {
+        checks::Check(false, words[1], error.what());
+    }
+    return checks::Finish();
+}

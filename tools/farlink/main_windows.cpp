@@ -1,0 +1,27 @@
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "tools/farlink/run_tool.h"
+#include "tools/farlink/wide_text.h"
+
+#include <shellapi.h>
+
+// The narrow command line that main would get has lost what the system's code page doesn't know.
+int main()
+{
+    SetConsoleOutputCP(CP_UTF8);
+    int count = 0;
+    LPWSTR* const words = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (words == nullptr)
+        return 1;
+    std::vector<std::string> texts;
+    for (int i = 0; i < count; ++i)
+        texts.push_back(farlink::ToUtf8(words[i]));
+    LocalFree(words);
+
+    std::vector<const char*> arguments;
+    for (const std::string& text : texts)
+        arguments.push_back(text.c_str());
+    return farlink::RunTool(count, arguments.data());
+}

@@ -1,0 +1,22 @@
+#include "tools/farlink/port_failure.h"
+
+#include "tools/farlink/error_words.h"
+#include "tools/farlink/wide_text.h"
+
+namespace farlink {
+
+namespace {
+
+constexpr DWORD kFirstSocketWord = 10000;
+
+}  // namespace
+
+Failure PortFailure(const WideString& port)
+{
+    const DWORD word = GetLastError();
+    if (word >= kFirstSocketWord && FindErrorWord(word) != nullptr)
+        return PlatformFailure("Port '" + ToUtf8(port) + "'", word);
+    return SpoolerFailure();
+}
+
+}  // namespace farlink
