@@ -1,0 +1,55 @@
+// A log file that anybody may have written, read whole, and followed while it changes.
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "fuzz/input_reader.h"
+#include "tools/farlink/log_findings.h"
+#include "tools/farlink/log_follower.h"
+#include "tools/farlink/log_text.h"
+
+namespace {
+
+class MemoryFile final : public farlink::LogBytes {
+public:
+    std::uint64_t Size() override { return content.size(); }
+    std::string Read(std::uint64_t from, std::uint64_t to) override
+    {
+        const std::uint64_t start = std::min<std::uint64_t>(from, content.size());
+        return content.substr(start, to - std::min(start, to));
+    }
+    std::string content;
+};
+
+void ReadWhole(const std::string& text)
+{
+    auto records = farlink::RecordsInOrderOfTime(text);
+    for (const auto record : records)
+        (void)farlink::FieldsOf(record);
+    (void)farlink::FindInLog(records, "127.0.0.1:9100");
+    farlink::DropBefore("12:00:00", records);
+    if (farlink::EndOfNewestLine(text) > text.size())
+        __builtin_trap();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    MemoryFile file;
+    farlink::LogFollower follower(file);
+    InputReader input(data, size);
+    while (!input.IsEmpty()) {
+        const std::size_t place = std::min<std::size_t>(input.Byte() * 4u, file.content.size());
+        const std::vector<BYTE> bytes = input.Bytes();
+        file.content.resize(std::max(file.content.size(), place + bytes.size()));
+        std::copy(bytes.begin(), bytes.end(), file.content.begin() + static_cast<std::ptrdiff_t>(place));
+        if (bytes.empty())
+            file.content.resize(place);
+        (void)follower.Look();
+    }
+    ReadWhole(file.content);
+    ReadWhole({reinterpret_cast<const char*>(data), size});
+    return 0;
+}
