@@ -129,6 +129,18 @@ std::vector<DWORD> SpoolerDouble::JobCommands() const
     return commands;
 }
 
+std::vector<DWORD> SpoolerDouble::TakeJobCommands(DWORD jobId)
+{
+    std::lock_guard held(lock);
+    std::vector<DWORD> commands;
+    std::erase_if(calls, [&](const SpoolerCall& call) {
+        if (call.call == Spooler::SetJob && call.jobId == jobId)
+            commands.push_back(call.command);
+        return call.jobId == jobId;
+    });
+    return commands;
+}
+
 int SpoolerDouble::OpenPrinters() const
 {
     std::lock_guard held(lock);

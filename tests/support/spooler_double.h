@@ -69,6 +69,8 @@ public:
     int Count(Spooler call) const { return static_cast<int>(Calls(call).size()); }
     // The commands of SetJobW in order.
     std::vector<DWORD> JobCommands() const;
+    // Those for one job, whose calls are dropped from the record.
+    std::vector<DWORD> TakeJobCommands(DWORD jobId);
     int OpenPrinters() const;
     // Threads that still run under the spooler's identity, and libraries not given back.
     int IdentitiesOut() const;
