@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "platform/test_switches.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
+#include "tools/printserver/print_server.h"
 
 namespace {
 
@@ -76,6 +78,31 @@ protected:
              std::to_string(needed) + " bytes");
     }
 
+    // The bytes of a whole document on both channels. Its log lines are left out: how often the monitor looks
+    // for a reply hangs on the clock, and so do keep-alives.
+    void TellADocument()
+    {
+        printserver::PrintServer server;
+        test_switches::SetTimeScale(0.5);  // the opening waits for the server's threads
+        const HANDLE port = AddAndOpenPort(TEXT("Card"), TEXT("127.0.0.1"), server.Port());
+        EXPECT_TRUE(table->pfnStartDocPort(port, Text("Printer"), 7, 1, nullptr));
+        BYTE bytes[] = {'c', 'a', 'r', 'd'};
+        DWORD written = 0;
+        EXPECT_TRUE(table->pfnWritePort(port, bytes, sizeof bytes, &written));
+        EXPECT_TRUE(table->pfnEndDocPort(port));
+        EXPECT_EQ(std::vector<DWORD>{JOB_CONTROL_SENT_TO_PRINTER}, spooler.JobCommands());
+        for (const auto channel : {printserver::Channel::Data, printserver::Channel::Command}) {
+            const printserver::ConnectionReport report = server.Report(channel, 1);
+            for (const auto& [direction, frame] : report.transcript.Entries()) {
+                const bool fromMonitor = direction == printserver::Direction::FromMonitor;
+                if (frame != printserver::KeepAlive())
+                    transcript += (fromMonitor ? "monitor " : "server ") + printserver::Hex(frame) + "\n";
+            }
+        }
+        EXPECT_EQ(0u, DeletePort(TEXT("Card")));
+        log.Clear();
+    }
+
     std::string transcript;
 };
 
@@ -106,6 +133,7 @@ TEST_F(Layers, TellTheSameScenarioAlike)
     EXPECT_TRUE(table->pfnClosePort(port));
     Tell("calls without a port");
 
+    TellADocument();
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, DeletePort(TEXT("KEPT")));
     Restart();
     Tell("restart without the port");
