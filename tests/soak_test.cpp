@@ -1,7 +1,7 @@
 // Many documents on many ports at once, on print servers that break in every way, drawn from a seed that is
 // printed. A spooler's own rules are played to the end: what is not called sent is printed again.
 //
-// By hand only (./run soak): FARLINK_SOAK names the number of documents, FARLINK_SEED the seed.
+// FARLINK_SOAK names the number of documents, FARLINK_SEED the seed; without them it is a short run.
 
 #include <array>
 #include <cstdio>
@@ -18,6 +18,7 @@ using namespace printserver;  // NOLINT(google-build-using-namespace): the serve
 namespace {
 
 constexpr int kPorts = 32;
+constexpr int kShortRun = 320;
 constexpr int kAttempts = 40;
 constexpr int kFaultsInTen = 3;
 constexpr double kSoakScale = 0.1;
@@ -123,10 +124,10 @@ protected:
     {
         const std::array always = {Fault::Close(), Fault::Reset(), Fault::Silence(),
                                    Fault::Delay(Milliseconds(30))};
-        const std::array ofMessages = {Fault::Garbage(),        Fault::WrongType(9),
-                                       Fault::HalfThenClose(2), Fault::HalfThenSilence(2),
-                                       Fault::SingleBytes(),    Fault::Drop()};
-        const std::size_t choice = random() % (IsMessage(step) ? 10 : 4);
+        // Not a message left out: a server that is alive and never answers is waited for without a bound.
+        const std::array ofMessages = {Fault::Garbage(), Fault::WrongType(9), Fault::HalfThenClose(2),
+                                       Fault::HalfThenSilence(2), Fault::SingleBytes()};
+        const std::size_t choice = random() % (always.size() + (IsMessage(step) ? ofMessages.size() : 0));
         return choice < always.size() ? always[choice] : ofMessages[choice - always.size()];
     }
 
@@ -216,9 +217,7 @@ protected:
 
 TEST_F(Soak, LosesNoDocumentAndKeepsNothing)
 {
-    const auto documents = static_cast<DWORD>(FromEnvironment("FARLINK_SOAK", 0));
-    if (documents == 0)
-        GTEST_SKIP() << "runs by hand: ./run soak";
+    const auto documents = static_cast<DWORD>(FromEnvironment("FARLINK_SOAK", kShortRun));
     const unsigned long seed = FromEnvironment("FARLINK_SEED", std::random_device()());
     std::printf("seed %lu, %lu documents on %d ports\n", seed, static_cast<unsigned long>(documents), kPorts);
 

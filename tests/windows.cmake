@@ -1,5 +1,6 @@
-# The tests of the monitor as a Windows program, run by ./run windows. Tests of the POSIX layer (platform_tests), of
-# the embedded spooler (spooler_tests) and of the command line as it is on Linux have no meaning here.
+# The tests of the monitor, and of the log reader, as Windows programs, run by ./run windows. Tests of the POSIX layer
+# (platform_tests), of the embedded spooler (spooler_tests) and of the command line as it is on Linux have no meaning
+# here.
 
 # There is no package of GoogleTest for this system, but one with its sources.
 set(INSTALL_GTEST OFF)
@@ -37,9 +38,14 @@ add_executable(farlink_tests
     support/windows/import_pointers.cpp
     support/windows/main.cpp
     support/windows/switched_calls.cpp
-    support/windows/switched_sockets.cpp)
+    support/windows/switched_sockets.cpp
+    windows/import_hooks.cpp)
 add_dependencies(farlink_tests switched_objects Farlink)
 set_target_properties(farlink_tests PROPERTIES LINK_DEPENDS ${switched_objects})
 target_link_libraries(farlink_tests PRIVATE
     -Wl,--whole-archive ${switched_objects} -Wl,--no-whole-archive
     printserver platform spoolss GTest::gtest)
+
+# What the command line makes of a log file.
+add_executable(log_reader_tests log_reader_test.cpp)
+target_link_libraries(log_reader_tests PRIVATE log_reader GTest::gtest_main)

@@ -1,10 +1,10 @@
-#include <iterator>
 #include <string_view>
 
 #include "platform/test_switches.h"
 #include "tests/support/real_calls.h"
 #include "tests/support/windows/call_orders.h"
 #include "tests/support/windows/switched_calls.h"
+#include "tests/windows/import_hooks.h"
 
 namespace {
 
@@ -15,22 +15,6 @@ struct SwitchedCall {
 
 #define SWITCHED_CALL(call) {#call, reinterpret_cast<const void*>(&switched_##call)},
 const SwitchedCall kSwitchedCalls[] = {SWITCHED_CALLS(SWITCHED_CALL)};
-
-// A place in a module's table of the functions that it imports.
-void Replace(ULONG_PTR& entry, const void* function)
-{
-    DWORD protection = 0;
-    if (VirtualProtect(&entry, sizeof entry, PAGE_READWRITE, &protection) == FALSE)
-        return;
-    entry = reinterpret_cast<ULONG_PTR>(function);
-    (void)VirtualProtect(&entry, sizeof entry, protection, &protection);
-}
-
-template <class Type>
-Type* At(HMODULE module, ULONG_PTR offset)
-{
-    return reinterpret_cast<Type*>(static_cast<BYTE*>(module) + offset);
-}
 
 }  // namespace
 
@@ -66,22 +50,8 @@ BOOL RealWriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, LPOVER
 
 void PutDoublesBefore(HMODULE library)
 {
-    const auto* const header =
-        At<IMAGE_NT_HEADERS>(library, static_cast<ULONG_PTR>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
-    const IMAGE_DATA_DIRECTORY& directory =
-        header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    for (auto* from = At<IMAGE_IMPORT_DESCRIPTOR>(library, directory.VirtualAddress); from->Name != 0;
-         from++) {
-        auto* name = At<const IMAGE_THUNK_DATA>(library, from->OriginalFirstThunk);
-        auto* entry = At<IMAGE_THUNK_DATA>(library, from->FirstThunk);
-        for (; name->u1.AddressOfData != 0; name++, entry++) {
-            const char* text = At<IMAGE_IMPORT_BY_NAME>(library, name->u1.AddressOfData)->Name;
-            for (const SwitchedCall& call : kSwitchedCalls) {
-                if (call.name == text)
-                    Replace(entry->u1.Function, call.function);
-            }
-        }
-    }
+    for (const SwitchedCall& call : kSwitchedCalls)
+        (void)ReplaceImport(library, call.name, call.function);  // the library calls some of them
 }
 
 bool IsLoaded(const std::filesystem::path& library)

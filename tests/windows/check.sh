@@ -180,6 +180,7 @@ check_direct() {
     serve never --end never; never=$port
     host 120 direct_host jobs "$library" "$finishing" "$cancelling" "$never"
     host 60 direct_host unload "$library"
+    host 120 direct_host rounds "$library" "$never" 40
     host 30 direct_host leave "$library" "$never"
     host 60 direct_host table "$library" 160
     host 60 direct_host_2000 table "$library" 148
@@ -187,27 +188,37 @@ check_direct() {
     stage_end "the library by itself"
 }
 
-# The test binary, in as many parts at once as there are processors.
+# test_results WHAT OUTPUT STATUS : of a test binary, which has to come to its end.
+test_results() {
+    local what=$1 output=$2 status=$3 count
+    sed -nE 's/^\[ +OK +\] ([^ ]+).*/ok \1/p; s/^\[ +FAILED +\] ([^ ,]+).* \([0-9]+ ms\)$/FAILED \1/p' \
+        "$output" >"$folder/tests.results"
+    grep '^FAILED' "$folder/tests.results" &&
+        grep -A 6 'Failure$' "$output" | head -n 60
+    cat "$folder/tests.results" >>"$results"
+    count=$(sed -nE 's/^\[=+\] ([0-9]+) tests? from .* ran\..*/\1/p' "$output")
+    [[ -n $count && $status -le 1 ]] || failed "$what ended with status $status, in or after $(
+        sed -nE 's/^\[ RUN +\] //p' "$output" | tail -n 1)"
+}
+
+# The monitor's tests, in as many parts at once as there are processors, and the log reader's.
 check_tests() {
-    local parts part count tests=()
+    local parts part status tests=()
     parts=$(nproc)
     for ((part = 0; part < parts; ++part)); do
         (cd "$build" && GTEST_TOTAL_SHARDS=$parts GTEST_SHARD_INDEX=$part run 900 ./farlink_tests.exe) \
             >"$folder/tests.$part" &
         tests+=($!)
     done
-    wait "${tests[@]}"
     for ((part = 0; part < parts; ++part)); do
-        sed -nE 's/^\[ +OK +\] ([^ ]+).*/ok \1/p; s/^\[ +FAILED +\] ([^ ,]+).* \([0-9]+ ms\)$/FAILED \1/p' \
-            "$folder/tests.$part" >"$folder/tests.results"
-        grep '^FAILED' "$folder/tests.results" &&
-            grep -A 6 'Failure$' "$folder/tests.$part" | head -n 60
-        cat "$folder/tests.results" >>"$results"
-        count=$(sed -nE 's/^\[=+\] ([0-9]+) tests? from .* ran\..*/\1/p' "$folder/tests.$part")
-        [[ -n $count ]] || failed "part $part of farlink_tests.exe ended early, in $(
-            sed -nE 's/^\[ RUN +\] //p' "$folder/tests.$part" | tail -n 1)"
+        status=0
+        wait "${tests[part]}" || status=$?
+        test_results "part $part of farlink_tests.exe" "$folder/tests.$part" "$status"
     done
-    stage_end "farlink_tests.exe"
+    status=0
+    (cd "$build" && run 120 ./log_reader_tests.exe) >"$folder/tests.log_reader" || status=$?
+    test_results log_reader_tests.exe "$folder/tests.log_reader" "$status"
+    stage_end "the tests"
 }
 
 # The same scenario's log lines, answers and registry, on both builds.

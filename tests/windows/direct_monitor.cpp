@@ -38,7 +38,8 @@ DirectMonitor::DirectMonitor(const std::wstring& path) : library(LoadLibraryW(pa
     MONITORINIT init{};
     init.cbSize = sizeof init;
     init.pMonitorReg = &registryCallbacks;
-    init.hckRegistryRoot = SettingsRoot();
+    settings = SettingsRoot();
+    init.hckRegistryRoot = settings;
     init.bLocal = TRUE;
     table = FunctionCast<Initialize>(GetProcAddress(library, "InitializePrintMonitor2"))(&init, &monitor);
     Require(table != nullptr, "the monitor doesn't start");
@@ -63,6 +64,12 @@ DWORD DirectMonitor::PointPort(const std::wstring& port, WORD number) const
     const DWORD word = Ask({}, L"AddPort", port, number);
     // The spooler knows nothing of this monitor, so only the monitor itself tells that it has the port.
     return word == ERROR_ALREADY_EXISTS ? Ask(port, L"SetPortProperties", port, number) : word;
+}
+
+bool DirectMonitor::Unload()
+{
+    RegCloseKey(settings);
+    return FreeLibrary(library) != FALSE;
 }
 
 HANDLE DirectMonitor::OpenPort(std::wstring port) const

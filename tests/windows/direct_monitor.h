@@ -22,12 +22,13 @@ public:
 
     void ShutDown() { table->pfnShutdown(monitor); }
     // The shutdown is the caller's to do or to leave. False if the library refuses to go.
-    bool Unload() { return FreeLibrary(library) != FALSE; }
+    bool Unload();
 
 private:
     DWORD Ask(const std::wstring& object, LPCWSTR command, const std::wstring& port, WORD number) const;
 
     HMODULE library = nullptr;
+    HKEY settings = nullptr;
     MONITOR2* table = nullptr;
     HANDLE monitor = nullptr;
 };

@@ -67,6 +67,10 @@ check_tool_prints() {
     expect 1 port delete desk
     complains "printer 'Check printer' prints on it"
     host 60 spooler_host delete-printer
+    host 60 spooler_host add-printer 'COM1:,DESK' # a pooled one
+    expect 1 port delete desk
+    complains "printer 'Check printer' prints on it"
+    host 60 spooler_host delete-printer
     expect 0 port delete desk
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <string_view>
+
 #include "platform/platform.h"
 
-// Puts `replacement` in place of what `module` imports as `function` from `library`. False if it imports no
-// such function.
-bool ReplaceImport(HMODULE module, const char* library, const char* function, void* replacement);
+// Puts `replacement` in place of what `module` imports as `function`, from whichever library. False if it
+// imports no such function.
+bool ReplaceImport(HMODULE module, std::string_view function, const void* replacement);

@@ -73,16 +73,15 @@ void WINAPI SleepHook(DWORD milliseconds)
 void ReplaceImports(HMODULE library)
 {
     const struct {
-        const char* library;
         const char* function;
         void* replacement;
-    } hooks[] = {{"WINSPOOL.DRV", "OpenPrinterW", reinterpret_cast<void*>(OpenPrinterHook)},
-                 {"WINSPOOL.DRV", "ClosePrinter", reinterpret_cast<void*>(ClosePrinterHook)},
-                 {"WINSPOOL.DRV", "SetJobW", reinterpret_cast<void*>(SetJobHook)},
-                 {"WINSPOOL.DRV", "GetJobW", reinterpret_cast<void*>(GetJobHook)},
-                 {"KERNEL32.dll", "Sleep", reinterpret_cast<void*>(SleepHook)}};
+    } hooks[] = {{"OpenPrinterW", reinterpret_cast<void*>(OpenPrinterHook)},
+                 {"ClosePrinter", reinterpret_cast<void*>(ClosePrinterHook)},
+                 {"SetJobW", reinterpret_cast<void*>(SetJobHook)},
+                 {"GetJobW", reinterpret_cast<void*>(GetJobHook)},
+                 {"Sleep", reinterpret_cast<void*>(SleepHook)}};
     for (const auto& hook : hooks)
-        checks::Check(ReplaceImport(library, hook.library, hook.function, hook.replacement),
+        checks::Check(ReplaceImport(library, hook.function, hook.replacement),
                       std::string("the library imports ") + hook.function, "it doesn't");
 }
 

@@ -1,8 +1,6 @@
 #include "tests/windows/checks.h"
+#include "tests/windows/process_counts.h"
 #include "tests/windows/spooler_checks.h"
-
-#include <tlhelp32.h>
-
 #include "tests/windows/xcv_session.h"
 
 namespace {
@@ -16,26 +14,6 @@ BOOL Add(const std::wstring& library)
     std::wstring path = library;
     MONITOR_INFO_2W record{name.data(), nullptr, path.data()};
     return AddMonitorW(nullptr, 2, reinterpret_cast<LPBYTE>(&record));
-}
-
-DWORD ThreadCount()
-{
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof entry;
-    DWORD count = 0;
-    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
-        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
-    CloseHandle(snapshot);
-    return count;
-}
-
-// Handles are numbered from the lowest that is free: what leaks, raises the next one.
-ULONG_PTR NextHandle()
-{
-    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    CloseHandle(event);
-    return reinterpret_cast<ULONG_PTR>(event);
 }
 
 bool LoadOnce()

@@ -58,6 +58,15 @@ constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_SPL_NO_STARTDOC), "no document was begun"},
     {WORD_AND_NAME(ERROR_PRINTER_HAS_JOBS_QUEUED), "it has jobs",
      "'farlink jobs' shows them, 'farlink jobs cancel ID' deletes one"},
+#ifdef _WIN32
+    {WORD_AND_NAME(ERROR_PRIVILEGE_NOT_HELD), "not permitted", kRightsRemedy},
+    {WORD_AND_NAME(RPC_S_SERVER_UNAVAILABLE), "the print spooler is not running",
+     "'net start spooler' starts it"},
+    {WORD_AND_NAME(ERROR_PRINT_MONITOR_ALREADY_INSTALLED), "a monitor of this name is installed already",
+     "there is nothing to do if 'farlink monitor status' shows it"},
+    {WORD_AND_NAME(ERROR_PRINT_MONITOR_IN_USE), "printers still use its ports",
+     "delete them, or give them another port"},
+#endif
     // Of the sockets to the print server.
     {WORD_AND_NAME(WSAEACCES), "the system does not allow the connection"},
     {WORD_AND_NAME(WSAEADDRNOTAVAIL), "the print server's address can't be used from here"},

@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,6 @@
 // The narrow command line that main would get has lost what the system's code page doesn't know.
 int main()
 {
-    SetConsoleOutputCP(CP_UTF8);
     int count = 0;
     LPWSTR* const words = CommandLineToArgvW(GetCommandLineW(), &count);
     if (words == nullptr)
@@ -23,5 +23,10 @@ int main()
     std::vector<const char*> arguments;
     for (const std::string& text : texts)
         arguments.push_back(text.c_str());
-    return farlink::RunTool(count, arguments.data());
+    const UINT codePage = GetConsoleOutputCP();
+    SetConsoleOutputCP(CP_UTF8);
+    const int status = farlink::RunTool(count, arguments.data());
+    std::fflush(stdout);
+    SetConsoleOutputCP(codePage);
+    return status;
 }

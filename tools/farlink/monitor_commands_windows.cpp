@@ -32,17 +32,9 @@ WideString ConfiguredName()
 Failure MonitorFailure(const std::string& what)
 {
     const DWORD word = GetLastError();
-    switch (word) {
-        case ERROR_ACCESS_DENIED:
-            return PlatformFailure(what, word, "it takes an administrator's rights");
-        case ERROR_PRINT_MONITOR_IN_USE:
-            return PlatformFailure(what, word,
-                                   "printers still use its ports: delete them, or give them another port");
-        case ERROR_PRINT_MONITOR_ALREADY_INSTALLED:
-            return PlatformFailure(what, word, "a monitor of this name is installed already");
-        default:
-            return PlatformFailure(what, word);
-    }
+    if (word == ERROR_ACCESS_DENIED || word == ERROR_PRIVILEGE_NOT_HELD)
+        return PlatformFailure(what, word, "it takes an administrator's rights");
+    return PlatformFailure(what, word);
 }
 
 void Say(const Run& run, const char* state, const MonitorEntry& monitor, const std::string& text)

@@ -160,7 +160,8 @@ void AddPortCommands(CLI::App& farlink, Run& run)
     command->add_option("--server", options->server, "The print server's name or address")->type_name("HOST");
     AddNumber(*command, *options);
 
-    command = add("delete", "Delete a port that has no jobs", Delete, "farlink port delete front-desk");
+    command = add("delete", "Delete a port that has no jobs; on Windows, one that no printer is on", Delete,
+                  "farlink port delete front-desk");
     command->add_option("NAME", options->name, "The port")->required();
 }
 

@@ -1,7 +1,7 @@
 #include "tools/farlink/port_use.h"
 
 #include "tools/farlink/failure.h"
-#include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/printer_ports_windows.h"
 #include "tools/farlink/wide_text.h"
 #include "tools/printserver/tcp.h"
 
@@ -36,7 +36,7 @@ const char* StateWordOf(DWORD status)
 std::vector<PrinterEntry> PrintersOn(const WideString& port)
 {
     std::vector<PrinterEntry> printers = ListPrinters();
-    std::erase_if(printers, [&](const PrinterEntry& printer) { return !SameName(printer.port, port); });
+    std::erase_if(printers, [&](const PrinterEntry& printer) { return !PrintsOn(printer, port); });
     return printers;
 }
 

@@ -5,7 +5,8 @@
 #include <memory>
 
 #include "tools/farlink/commands.h"
-#include "tools/farlink/spooler_lists.h"
+#include "tools/farlink/interrupts.h"
+#include "tools/farlink/printer_ports_windows.h"
 #include "tools/farlink/wide_text.h"
 
 namespace farlink {
@@ -33,7 +34,7 @@ WideString FindPrinter(const WideString& destination)
         if (SameName(printer.name, destination))
             return printer.name;
     for (const PrinterEntry& printer : printers)
-        if (SameName(printer.port, destination))
+        if (PrintsOn(printer, destination))
             return printer.name;
     throw Failure("'" + ToUtf8(destination) +
                   "' is no printer, and no printer is on a port of this name; add a printer to the port "
@@ -51,26 +52,58 @@ void WriteAll(const PrinterHandle& printer, char* bytes, std::size_t size, const
     }
 }
 
-// Hands a document to the spooler as it is, past the printer's driver, and gives the job's number. Whatever
-// ends it early lets the handle go, which drops the document.
+// A document that the spooler is given as it is, past the printer's driver. One that wasn't ended is deleted:
+// the spooler takes a handle's closing for the end, and would print the part that it has.
+class Document {
+public:
+    Document(const PrinterHandle& on, const std::string& name) : printer(on)
+    {
+        WideString title = PathOf(name).filename().wstring();
+        WideString raw = TEXT("RAW");
+        DOC_INFO_1W info{title.data(), nullptr, raw.data()};
+        job = StartDocPrinterW(printer.Get(), 1, reinterpret_cast<LPBYTE>(&info));
+        if (job == 0)
+            throw SpoolerFailure("'" + name + "' was not accepted");
+    }
+    ~Document()
+    {
+        if (!ended)
+            (void)SetJobW(printer.Get(), job, 0, nullptr, JOB_CONTROL_DELETE);
+    }
+    Document(const Document&) = delete;
+    Document& operator=(const Document&) = delete;
+
+    DWORD Job() const { return job; }
+    bool End()
+    {
+        ended = EndDocPrinter(printer.Get()) != FALSE;
+        return ended;
+    }
+
+private:
+    const PrinterHandle& printer;
+    DWORD job;
+    bool ended = false;
+};
+
+// Hands a file to the spooler, and gives the job's number. Whatever ends it early drops the document.
 DWORD Spool(const WideString& printerName, const std::string& name)
 {
     std::ifstream file = Open(name);
     const PrinterHandle printer(printerName);
-    WideString title = PathOf(name).filename().wstring();
-    WideString raw = TEXT("RAW");
-    DOC_INFO_1W info{title.data(), nullptr, raw.data()};
-    const DWORD job = StartDocPrinterW(printer.Get(), 1, reinterpret_cast<LPBYTE>(&info));
-    if (job == 0)
-        throw SpoolerFailure("'" + name + "' was not accepted");
+    Document document(printer, name);
     std::array<char, 65536> buffer{};
-    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0)
+    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0) {
+        if (InterruptAsked() || EndAsked())
+            throw Failure("Interrupted before '" + name + "' was accepted; its job is deleted",
+                          ExitStatus::Deleted);
         WriteAll(printer, buffer.data(), static_cast<std::size_t>(file.gcount()), name);
+    }
     if (file.bad())
         throw Failure("'" + name + "' can't be read: " + std::strerror(errno));
-    if (!EndDocPrinter(printer.Get()))
-        throw SpoolerFailure("'" + name + "' was not printed");
-    return job;
+    if (!document.End())
+        throw SpoolerFailure("'" + name + "' was not accepted");
+    return document.Job();
 }
 
 void Print(Run& run, const PrintOptions& options)
@@ -78,6 +111,7 @@ void Print(Run& run, const PrintOptions& options)
     for (const std::string& file : options.files)
         (void)Open(file);
     const WideString printer = FindPrinter(ToUtf16(options.destination));
+    CatchInterrupts();
     for (const std::string& file : options.files) {
         const DWORD job = Spool(printer, file);
         if (run.json)
@@ -104,7 +138,8 @@ void AddPrintCommand(CLI::App& farlink, Run& run)
     print->footer(
         print->get_footer() +
         "\n\nThe spooler prints them when the command has ended: its print queue shows how they fare.\n"
-        "So the status of a command that did its work is 5, stays queued.");
+        "So the status of a command that did its work is 5, stays queued. Ctrl-C deletes the document that\n"
+        "isn't in the queue yet.");
     print->callback([&run, options] { Print(run, *options); });
 }
 
