@@ -85,7 +85,7 @@ serve() {
     "$simulator" printserver --listen 0 --out "$folder/$name" "$@" >"$folder/$name.log" 2>&1 &
     children+=($!)
     for ((tries = 0; tries < 100; ++tries)); do
-        port=$(sed -nE 's/^Listening.* port ([0-9]+) .*/\1/p' "$folder/$name.log")
+        port=$(sed -nE 's/^Listening.* port ([0-9]+) .*/\1/p' "$folder/$name.log" 2>/dev/null)
         [[ -n $port ]] && return
         sleep 0.1
     done
