@@ -114,7 +114,6 @@ class Soak : public RunningMonitor {
 protected:
     void SetUp() override
     {
-        registry.SetDword("Ports", "LogToDebugOutput", 0);
         MonitorFixture::SetUp();
         registry.SetDword("Ports", "LogToDebugOutput", 0);  // the lines of so many documents are not kept
         Start();
