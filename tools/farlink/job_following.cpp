@@ -13,7 +13,7 @@ namespace farlink {
 
 namespace {
 
-constexpr std::chrono::milliseconds kLookEvery{50};
+constexpr std::chrono::milliseconds kLookAtJobEvery{50};
 constexpr std::chrono::seconds kTellAfter{1};
 
 // The higher, the more it asks of the person.
@@ -77,7 +77,7 @@ private:
                 return ExitStatus::Queued;
             if (InterruptAsked() && !cancelled)
                 Cancel();
-            std::this_thread::sleep_for(kLookEvery);
+            std::this_thread::sleep_for(kLookAtJobEvery);
         }
     }
 
@@ -128,7 +128,7 @@ void AwaitOtherJobs(bool json)
             PrintLine("Other jobs wait on this port and print now; Ctrl-C leaves them queued.");
             told = true;
         }
-        std::this_thread::sleep_for(kLookEvery);
+        std::this_thread::sleep_for(kLookAtJobEvery);
     }
 }
 

@@ -13,7 +13,7 @@ namespace farlink {
 
 namespace {
 
-constexpr std::chrono::milliseconds kLookEvery{100};
+constexpr std::chrono::milliseconds kLookAtLogEvery{100};
 constexpr std::size_t kLinesBeforeFollowing = 10;
 
 struct ShowOptions {
@@ -85,7 +85,7 @@ void Show(const Run& run, const ShowOptions& options)
                        stderr);
         for (const std::string_view record : Chosen(options, news.records))
             Print(run, record);
-        std::this_thread::sleep_for(kLookEvery);
+        std::this_thread::sleep_for(kLookAtLogEvery);
     }
 }
 

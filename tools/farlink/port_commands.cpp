@@ -129,7 +129,8 @@ void AddPortCommands(CLI::App& farlink, Run& run)
     CLI::App* port =
         farlink.add_subcommand("port", "Add, list, show, change and delete ports")->require_subcommand(1);
     AddExamples(*port, "farlink port add front-desk --server 10.0.0.7 --port 9100\nfarlink port list");
-    const auto add = [&](const char* name, const char* description, auto action, const char* examples) {
+    using Action = void (*)(const Run&, const PortOptions&);
+    const auto add = [&](const char* name, const char* description, Action action, const char* examples) {
         CLI::App* command = port->add_subcommand(name, description);
         AddJsonFlag(*command, run);
         AddExamples(*command, examples);
