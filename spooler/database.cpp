@@ -24,7 +24,8 @@ int CompareNames(void*, int leftBytes, const void* left, int rightBytes, const v
     return lstrcmpiW(Terminated(leftBytes, left).c_str(), Terminated(rightBytes, right).c_str());
 }
 
-DWORD WordOf(int result)
+// `systemError` is the errno value behind a failed read or write.
+DWORD WordOf(int result, int systemError)
 {
     switch (result & 0xFF) {
         case SQLITE_BUSY:
@@ -41,6 +42,8 @@ DWORD WordOf(int result)
             return ERROR_ACCESS_DENIED;
         case SQLITE_FULL:
             return ERROR_DISK_FULL;
+        case SQLITE_IOERR:
+            return WordOfErrno(systemError);
         case SQLITE_NOMEM:
             return ERROR_NOT_ENOUGH_MEMORY;
         default:
@@ -68,7 +71,7 @@ const char* AdviceOn(DWORD word)
 
 }  // namespace
 
-Database::Database(const std::string& file) : path(file)
+Database::Database(const std::string& file, bool mayBeNew) : path(file)
 {
     try {
         const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
@@ -76,7 +79,8 @@ Database::Database(const std::string& file) : path(file)
             result != SQLITE_OK)
             Fail(result);
         Configure();
-        BringToSchema();
+        CheckStructure();
+        BringToSchema(mayBeNew);
     } catch (...) {
         Close();
         throw;
@@ -129,13 +133,27 @@ void Database::SwitchToWal()
     }
 }
 
-void Database::BringToSchema()
+// Settings that can't be read would look like settings that aren't there.
+void Database::CheckStructure()
+{
+    Statement check(*this, Prepared("PRAGMA quick_check(1)"));
+    if (!check.Next() || check.Utf8(0) != "ok")
+        Fail(SQLITE_CORRUPT);
+}
+
+void Database::BringToSchema(bool mayBeNew)
 {
     // Two processes may find the new file at once: the second looks again when the first is through.
     Execute("BEGIN IMMEDIATE");
     const int version = ReadPragma("PRAGMA user_version");
     const int application = ReadPragma("PRAGMA application_id");
-    if (version == 0 && application == 0 && ReadPragma("SELECT count(*) FROM sqlite_master") == 0)
+    const bool isNew =
+        version == 0 && application == 0 && ReadPragma("SELECT count(*) FROM sqlite_master") == 0;
+    if (isNew && !mayBeNew)
+        Throw(ERROR_FILE_CORRUPT, "The state database " + path +
+                                      " is empty, but documents of accepted jobs lie beside it. " +
+                                      AdviceOn(ERROR_FILE_CORRUPT));
+    if (isNew)
         CreateSchema();
     else if (application != kApplicationId)
         Throw(ERROR_FILE_CORRUPT, "The file " + path + " is not a database of this spooler. Move it away.");
@@ -183,10 +201,14 @@ sqlite3_stmt* Database::Prepared(const char* sql)
 
 void Database::Fail(int result)
 {
-    const DWORD word = WordOf(result);
+    // sqlite3_system_errno has it of some failures only.
+    const DWORD word = WordOf(result, errno);
     const char* detail = connection == nullptr ? sqlite3_errstr(result) : sqlite3_errmsg(connection);
-    // The library has no message of its own for a result that we found out ourselves.
-    if (connection != nullptr && sqlite3_errcode(connection) == SQLITE_OK)
+    // The library has no message of its own for a result that we found out ourselves, and one that tells
+    // nothing for a full disk whose error isn't the usual one.
+    if (word == ERROR_DISK_FULL)
+        detail = sqlite3_errstr(SQLITE_FULL);
+    else if (connection != nullptr && sqlite3_errcode(connection) == SQLITE_OK)
         detail = sqlite3_errstr(result);
     Throw(word, "The state database " + path + " can't be used: " + detail + ". " + AdviceOn(word));
 }

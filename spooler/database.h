@@ -23,8 +23,9 @@ namespace spooler {
 // the few statements that belong together and never across a call into a monitor.
 class Database {
 public:
-    // Opens or makes the file and brings a new one to the present schema.
-    explicit Database(const std::string& path);
+    // Opens or makes the file and brings a new one to the present schema. A damaged file is refused here,
+    // before anything is made of what it holds; without `mayBeNew` an empty or missing one is, too.
+    Database(const std::string& path, bool mayBeNew);
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
@@ -122,7 +123,8 @@ private:
     void Execute(const char* sql);
     void Configure();
     void SwitchToWal();
-    void BringToSchema();
+    void CheckStructure();
+    void BringToSchema(bool mayBeNew);
     void CreateSchema();
     int ReadPragma(const char* sql);
     void Close();

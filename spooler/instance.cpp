@@ -38,7 +38,7 @@ DWORD JobOfDocument(const std::filesystem::path& file)
 }  // namespace
 
 Instance::Instance()
-    : database(std::make_shared<Database>(folder.DatabasePath())),
+    : database(std::make_shared<Database>(folder.DatabasePath(), !folder.HasDocuments())),
       registry(std::make_shared<Registry>(database)),
       monitors(std::make_shared<MonitorHost>(database, registry)),
       printers(std::make_shared<Printers>(database)),

@@ -93,6 +93,19 @@ bool IsServed(DWORD command)
            command == JOB_CONTROL_SENT_TO_PRINTER;
 }
 
+// Of a job that runs here, nothing that its monitor says is lost to a full disk.
+void Command(Instance& spooler, DWORD jobId, DWORD command)
+{
+    try {
+        const Job now = spooler.jobs->Command(jobId, command);
+        if (now.deleting)
+            spooler.runners->Drop(now);
+    } catch (const SpoolerError& error) {
+        if (error.word != ERROR_DISK_FULL || !spooler.runners->Remember(jobId, command))
+            throw;
+    }
+}
+
 void FillProgress(JOB_PROGRESS* progress, const Job& job, const std::optional<RunControl::Progress>& live)
 {
     progress->phase = job.phase;
@@ -135,9 +148,7 @@ SPOOLER_EXPORT BOOL SetJobW(HANDLE printer, DWORD jobId, DWORD level, LPBYTE job
         if (command == JOB_CONTROL_PAUSE || command == JOB_CONTROL_RESUME)
             Throw(ERROR_NOT_SUPPORTED, "Jobs can't be paused.");
         RequireParameter(IsServed(command), "The job command is unknown.");
-        const Job now = spooler->jobs->Command(jobId, command);
-        if (now.deleting)
-            spooler->runners->Drop(now);
+        Command(*spooler, jobId, command);
     });
 }
 
@@ -165,7 +176,10 @@ SPOOLER_EXPORT BOOL GetJobProgress(HANDLE printer, DWORD jobId, JOB_PROGRESS* pr
         const std::shared_ptr<Instance> spooler = Instance::Get();
         // The live state first: a run that ends in between then shows by its kept outcome.
         const std::optional<RunControl::Progress> live = spooler->runners->ProgressOf(jobId);
-        FillProgress(progress, JobOf(*spooler, printer, jobId), live);
+        const Job job = JobOf(*spooler, printer, jobId);
+        if (!live && (job.state == JobState::Queued || job.state == JobState::Running))
+            spooler->runners->RequireNoFailure(job.portNumber);
+        FillProgress(progress, job, live);
     });
 }
 

@@ -119,6 +119,16 @@ void MarkSent(Job& job)
         job.sent = true;
 }
 
+void Apply(Job& job, DWORD command)
+{
+    if (command == JOB_CONTROL_RESTART)
+        AskRestart(job);
+    else if (command == JOB_CONTROL_SENT_TO_PRINTER)
+        MarkSent(job);
+    else
+        AskDelete(job);
+}
+
 void Conclude(Job& job, JobState state, std::string reason)
 {
     job.state = state;
@@ -281,12 +291,7 @@ Job JobStore::Command(DWORD id, DWORD command)
 {
     Database::Change change(*database);
     Job job = MustFind(change, id);
-    if (command == JOB_CONTROL_RESTART)
-        AskRestart(job);
-    else if (command == JOB_CONTROL_SENT_TO_PRINTER)
-        MarkSent(job);
-    else
-        AskDelete(job);
+    Apply(job, command);
     Save(change, job);
     change.Commit();
     return job;
@@ -315,6 +320,8 @@ Job JobStore::EndRun(DWORD id, const RunResult& result, DWORD attemptLimit)
 {
     Database::Change change(*database);
     Job job = MustFind(change, id);
+    for (const DWORD command : result.commands)
+        Apply(job, command);
     if (result.complete)
         job.written = job.bytes;
     Decide(job, result, attemptLimit);

@@ -60,6 +60,7 @@ struct RunResult {
     bool failed = false;    // a call of the port failed
     DWORD error = 0;
     std::string reason;
+    std::vector<DWORD> commands;  // given during the run, that there was no room to keep
 };
 
 // The jobs in the database. Every change is a transaction of its own, so that processes which share

@@ -96,7 +96,10 @@ SPOOLER_EXPORT BOOL XcvDataW(HANDLE xcv, LPCWSTR dataName, PBYTE input, DWORD in
             RequireReference(output);
         const std::shared_ptr<XcvSession> session = Opened<XcvSession>(xcv);
         *outputNeeded = 0;
+        Registry::Batch stored(*Instance::Get()->registry);
         *status = session->Call(dataName, input, inputSize, output, outputSize, outputNeeded);
+        if (*status == ERROR_SUCCESS)
+            stored.Commit();
     });
 }
 

@@ -33,11 +33,13 @@ IncomingDocument::~IncomingDocument()
 {
     if (accepted)
         return;
+    // First the bytes, which may be what fills the disk.
+    writer.reset();
+    RemoveDocument(spooler->folder.DocumentPath(jobId));
     try {
         spooler->jobs->Forget(jobId);
-        RemoveDocument(spooler->folder.DocumentPath(jobId));
     } catch (const SpoolerError&) {
-        // The next start finds the document abandoned and forgets the job.
+        // The next start finds no document and forgets the job.
     }
 }
 

@@ -10,6 +10,8 @@ namespace {
 
 constexpr Registry::Key kNoParent = 0;
 
+thread_local Registry::Batch* currentBatch = nullptr;
+
 std::optional<Registry::Key> Find(Database::Use& use, Registry::Key parent, WideStringView name)
 {
     auto row = use.Ask("SELECT id FROM registry_keys WHERE parent = ? AND name = ?", parent, name);
@@ -25,6 +27,40 @@ Registry::Key Insert(Database::Use& use, Registry::Key parent, WideStringView na
 }
 
 }  // namespace
+
+Registry::Batch::Batch(Registry& owner) : registry(owner), outer(currentBatch)
+{
+    currentBatch = this;
+}
+
+Registry::Batch::~Batch()
+{
+    currentBatch = outer;
+}
+
+void Registry::Batch::Commit()
+{
+    if (waiting.empty())
+        return;
+    Database::Change change(*registry.database);
+    for (const Stored& stored : waiting) {
+        registry.MustExist(change, stored.key);
+        change.Do(
+            "INSERT INTO registry_values (key, name, type, data) VALUES (?, ?, ?, ?) "
+            "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data",
+            stored.key, stored.name, stored.value.type, std::span<const BYTE>(stored.value.data));
+        change.Do("UPDATE registry_keys SET written = unixepoch() WHERE id = ?", stored.key);
+    }
+    change.Commit();
+    waiting.clear();
+    ++registry.generation;
+}
+
+void Registry::CommitBatch()
+{
+    if (currentBatch != nullptr && &currentBatch->registry == this)
+        currentBatch->Commit();
+}
 
 void Registry::MustExist(Database::Use& use, Key key)
 {
@@ -79,6 +115,7 @@ Registry::Key Registry::Open(Key parent, WideStringView name)
 
 void Registry::Remove(Key parent, WideStringView name)
 {
+    CommitBatch();
     Database::Change change(*database);
     MustExist(change, parent);
     const std::optional<Key> found = Find(change, parent, name);
@@ -109,11 +146,13 @@ std::vector<Registry::Named> Registry::Keys(Key key)
 
 std::vector<Registry::Named> Registry::Values(Key key)
 {
+    CommitBatch();
     return Names(key, "SELECT name, 0 FROM registry_values WHERE key = ? ORDER BY name");
 }
 
 Registry::Counts Registry::Count(Key key)
 {
+    CommitBatch();
     Database::Use use(*database);
     MustExist(use, key);
     Counts counts;
@@ -138,19 +177,23 @@ Registry::Counts Registry::Count(Key key)
 
 void Registry::SetValue(Key key, WideStringView name, DWORD type, std::span<const BYTE> data)
 {
-    Database::Change change(*database);
-    MustExist(change, key);
-    change.Do(
-        "INSERT INTO registry_values (key, name, type, data) VALUES (?, ?, ?, ?) "
-        "ON CONFLICT (key, name) DO UPDATE SET type = excluded.type, data = excluded.data",
-        key, name, type, data);
-    change.Do("UPDATE registry_keys SET written = unixepoch() WHERE id = ?", key);
-    change.Commit();
-    ++generation;
+    Batch::Stored stored{key, WideString(name), {type, {data.begin(), data.end()}}};
+    if (currentBatch == nullptr || &currentBatch->registry != this) {
+        Batch alone(*this);
+        alone.waiting.push_back(std::move(stored));
+        alone.Commit();
+        return;
+    }
+    {
+        Database::Use use(*database);
+        MustExist(use, key);
+    }
+    currentBatch->waiting.push_back(std::move(stored));
 }
 
 Registry::Value Registry::GetValue(Key key, WideStringView name)
 {
+    CommitBatch();
     Database::Use use(*database);
     auto row = use.Ask("SELECT type, data FROM registry_values WHERE key = ? AND name = ?", key, name);
     if (row.Next())
@@ -161,6 +204,7 @@ Registry::Value Registry::GetValue(Key key, WideStringView name)
 
 void Registry::RemoveValue(Key key, WideStringView name)
 {
+    CommitBatch();
     Database::Change change(*database);
     MustExist(change, key);
     if (change.Do("DELETE FROM registry_values WHERE key = ? AND name = ?", key, name) == 0)

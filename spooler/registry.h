@@ -36,6 +36,29 @@ public:
         std::int64_t written = 0;
     };
 
+    // What the calling thread stores while this stands takes effect together at Commit, and not at all
+    // without it: a command of several values is never half carried out, wherever its process ends. A look at
+    // values and a removal by the same thread commit what came before them.
+    class Batch {
+    public:
+        explicit Batch(Registry& owner);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+        void Commit();
+
+    private:
+        friend class Registry;
+        struct Stored {
+            Key key;
+            WideString name;
+            Value value;
+        };
+        Registry& registry;
+        Batch* const outer;
+        std::vector<Stored> waiting;
+    };
+
     explicit Registry(std::shared_ptr<Database> owner) : database(std::move(owner)) {}
 
     // The root key of a monitor, made if need be.
@@ -60,6 +83,7 @@ public:
     unsigned Generation() const { return generation; }
 
 private:
+    void CommitBatch();
     void MustExist(Database::Use& use, Key key);
     std::vector<Named> Names(Key key, const char* sql);
 

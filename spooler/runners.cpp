@@ -43,6 +43,7 @@ void Runners::Start(std::int64_t portNumber)
     // Nobody joins the thread: that it is gone from the table is its end. It keeps all it uses alive.
     std::thread([self = shared_from_this(), runner] { self->RunPort(*runner); }).detach();
     active.emplace(portNumber, runner);
+    failures.erase(portNumber);
 }
 
 DWORD Runners::StartAll()
@@ -89,9 +90,9 @@ void Runners::RunPort(Runner& runner)
             }
         } while (!Leave(runner));
     } catch (...) {
-        // The database or the lock file is out of reach. The jobs stay where they are, and whoever asks
-        // for them meets the same failure and its text.
-        Forget(runner);
+        // The database or the lock file is out of reach. The jobs stay where they are, and whoever follows
+        // them here is told.
+        Fail(runner, CurrentError());
     }
 }
 
@@ -106,10 +107,18 @@ bool Runners::Leave(const Runner& runner)
     return true;
 }
 
-void Runners::Forget(const Runner& runner)
+void Runners::Fail(const Runner& runner, SpoolerError error)
 {
     const std::lock_guard<std::mutex> guard(lock);
     active.erase(runner.portNumber);
+    failures.insert_or_assign(runner.portNumber, std::move(error));
+}
+
+void Runners::RequireNoFailure(std::int64_t portNumber)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    if (const auto found = failures.find(portNumber); found != failures.end())
+        throw SpoolerError(found->second);
 }
 
 void Runners::RunQueue(Runner& runner)
@@ -129,13 +138,13 @@ void Runners::RunOne(Runner& runner, const Job& job)
 {
     jobs->BeginRun(job.id);
     runner.control.Begin(job.id);
-    const RunResult result = Attempt(job, runner.control);
+    const RunResult result = Attempt(runner, job);
     if (runner.control.IsShuttingDown() && !result.complete) {
         runner.control.End();
         jobs->BreakOffRun(job.id);
         return;
     }
-    const Job after = EndRun(job.id, result);
+    const Job after = EndRun(runner, job, result);
     if (after.IsFinished())
         RemoveDocument(folder.DocumentPath(job.id));
     if (after.state == JobState::Queued) {
@@ -145,7 +154,27 @@ void Runners::RunOne(Runner& runner, const Job& job)
     runner.control.End();
 }
 
-RunResult Runners::Attempt(const Job& job, RunControl& control)
+RunResult Runners::Attempt(Runner& runner, const Job& job)
+{
+    RunResult result = Run(job, runner.control);
+    const std::lock_guard<std::mutex> guard(lock);
+    result.commands.swap(runner.commands);
+    return result;
+}
+
+bool Runners::Remember(DWORD jobId, DWORD command)
+{
+    const std::lock_guard<std::mutex> guard(lock);
+    for (const auto& [port, runner] : active) {
+        if (!runner->control.Of(jobId))
+            continue;
+        runner->commands.push_back(command);
+        return true;
+    }
+    return false;
+}
+
+RunResult Runners::Run(const Job& job, RunControl& control)
 {
     try {
         const std::shared_ptr<Monitor> monitor = monitors->Load(job.monitor);
@@ -155,19 +184,23 @@ RunResult Runners::Attempt(const Job& job, RunControl& control)
         return RunJob(*monitor, job, folder.DocumentPath(job.id), control);
     } catch (...) {
         const SpoolerError error = CurrentError();
-        return {.complete = false, .failed = true, .error = error.word, .reason = error.text};
+        return {.complete = false, .failed = true, .error = error.word, .reason = error.text, .commands = {}};
     }
 }
 
-// A run whose outcome can't be kept would be repeated, and print the card twice: so this tries for long.
-Job Runners::EndRun(DWORD jobId, const RunResult& result)
+// A run whose outcome can't be kept would be repeated, and print the card twice: so this tries for long, and
+// for as long as it takes where somebody need only make room.
+Job Runners::EndRun(Runner& runner, const Job& job, const RunResult& result)
 {
     for (int tries = 1;; ++tries) {
         try {
-            return jobs->EndRun(jobId, result, ProcessOptions().attemptLimit);
-        } catch (const SpoolerError&) {
-            if (tries == kEndRunTries)
+            return jobs->EndRun(job.id, result, ProcessOptions().attemptLimit);
+        } catch (const SpoolerError& error) {
+            const bool isFull = error.word == ERROR_DISK_FULL && !runner.control.IsShuttingDown();
+            if (tries >= kEndRunTries && !isFull)
                 throw;
+            if (isFull)
+                runner.control.Report(JOB_PHASE_KEEPING, result.complete ? job.bytes : 0);
         }
         Sleep(kFirstRetryPauseMs);
     }

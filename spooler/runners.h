@@ -11,6 +11,7 @@
 #include "spooler/job_store.h"
 #include "spooler/monitor_host.h"
 #include "spooler/run_control.h"
+#include "spooler/spooler_error.h"
 #include "spooler/state_folder.h"
 
 namespace spooler {
@@ -38,23 +39,30 @@ public:
     void Drop(const Job& job);
     // Of a job that this process is running at this moment.
     std::optional<RunControl::Progress> ProgressOf(DWORD jobId);
+    // Keeps a command in mind for the end of the run, when there is no room to keep it. False when this
+    // process doesn't run the job.
+    bool Remember(DWORD jobId, DWORD command);
+    // Throws what ended the port's last thread before its jobs were through, if anything did.
+    void RequireNoFailure(std::int64_t portNumber);
 
 private:
     struct Runner {
         Runner(std::int64_t port, JobStore& store) : portNumber(port), control(store) {}
         const std::int64_t portNumber;
         RunControl control;
+        std::vector<DWORD> commands;  // remembered in the present run
     };
 
     void RunPort(Runner& runner);
     void RunQueue(Runner& runner);
     void RunOne(Runner& runner, const Job& job);
-    RunResult Attempt(const Job& job, RunControl& control);
-    Job EndRun(DWORD jobId, const RunResult& result);
+    RunResult Attempt(Runner& runner, const Job& job);
+    RunResult Run(const Job& job, RunControl& control);
+    Job EndRun(Runner& runner, const Job& job, const RunResult& result);
     void DropNow(DWORD jobId);
     void DropMarked(std::int64_t portNumber);
     bool Leave(const Runner& runner);
-    void Forget(const Runner& runner);
+    void Fail(const Runner& runner, SpoolerError error);
 
     const StateFolder folder;
     const std::shared_ptr<JobStore> jobs;
@@ -63,6 +71,7 @@ private:
     std::mutex lock;  // the rest; the database's own lock may be taken inside
     bool stopping = false;
     std::map<std::int64_t, std::shared_ptr<Runner>> active;
+    std::map<std::int64_t, SpoolerError> failures;  // of ports that are not active
 };
 
 }  // namespace spooler

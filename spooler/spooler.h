@@ -60,7 +60,8 @@ enum JOB_PHASE : DWORD {
     JOB_PHASE_WAITING = 4,   // the print server has the job in its queue and takes no bytes yet
     JOB_PHASE_ENDING = 5,    // all bytes are out; the port waits for the card
     JOB_PHASE_RETRYING = 6,  // an attempt failed, and the pause before the next one runs
-    JOB_PHASE_DONE = 7       // see the outcome
+    JOB_PHASE_DONE = 7,      // see the outcome
+    JOB_PHASE_KEEPING = 8    // the run is over, and its outcome waits for room on the state folder's disk
 };
 
 enum JOB_OUTCOME : DWORD {
@@ -88,7 +89,8 @@ struct JOB_PROGRESS {
 };
 // The printer's handle, or a print server's (OpenPrinterW with a null name) for any printer's job.
 // Of a job that another process runs, phase and bytes may be a second old. `cbSize` is the caller's.
-// FALSE with ERROR_INVALID_PARAMETER when there is no such job.
+// FALSE with ERROR_INVALID_PARAMETER when there is no such job; with another word when this process has given
+// its port up, as the state folder is out of reach: the job waits for the next RunPendingJobs.
 BOOL GetJobProgress(HANDLE printer, DWORD jobId, JOB_PROGRESS* progress);
 // To wait, ask again after a Sleep. GetJobW, SetJobW and EnumJobsW take a print server's handle too.
 

@@ -34,6 +34,8 @@ DWORD WordOfErrno(int error)
         case EDQUOT:
         case EFBIG:
             return ERROR_DISK_FULL;
+        case EIO:
+            return ERROR_IO_DEVICE;
         case ENOMEM:
             return ERROR_NOT_ENOUGH_MEMORY;
         case EEXIST:

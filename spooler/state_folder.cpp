@@ -72,6 +72,12 @@ std::string StateFolder::DocumentPath(DWORD jobId) const
     return DocumentFolder() + "/" + std::to_string(jobId) + ".spl";
 }
 
+bool StateFolder::HasDocuments() const
+{
+    std::error_code unreadable;
+    return !std::filesystem::is_empty(DocumentFolder(), unreadable) && !unreadable;
+}
+
 bool StateFolder::MayAdminister() const
 {
     struct stat found = {};

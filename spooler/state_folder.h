@@ -19,6 +19,8 @@ public:
     std::string DocumentFolder() const { return path + "/documents"; }
     std::string DocumentPath(DWORD jobId) const;
 
+    bool HasDocuments() const;
+
     // True when this process may change monitors and ports: it runs as the folder's owner or as root.
     bool MayAdminister() const;
 

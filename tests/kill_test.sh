@@ -30,7 +30,7 @@ done
 await_acceptance() {
     local tries
     for ((tries = 0; tries < 200; ++tries)); do
-        grep -q '(job ' "$1" && return
+        grep -qs '(job ' "$1" && return
         sleep 0.1
     done
 }

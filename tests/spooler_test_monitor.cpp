@@ -165,8 +165,13 @@ BOOL XcvOpenPort(HANDLE, LPCWSTR, ACCESS_MASK access, PHANDLE session)
 
 DWORD XcvDataPort(HANDLE session, LPCWSTR, PBYTE input, DWORD, PBYTE output, DWORD, PDWORD)
 {
-    Controls().Locked([&](TestMonitorScript& controls) { controls.xcvPointers = {input, output}; });
-    return *static_cast<ACCESS_MASK*>(session) == SERVER_ACCESS_ADMINISTER ? 1234 : ERROR_ACCESS_DENIED;
+    const auto command = Controls().Locked([&](TestMonitorScript& controls) {
+        controls.xcvPointers = {input, output};
+        return controls.command;
+    });
+    if (*static_cast<ACCESS_MASK*>(session) != SERVER_ACCESS_ADMINISTER)
+        return ERROR_ACCESS_DENIED;
+    return command ? command() : 1234;
 }
 
 BOOL XcvClosePort(HANDLE session)

@@ -4,6 +4,7 @@
 // other; the test reaches its controls through the exported TestMonitor().
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,9 +25,10 @@ struct TestMonitorScript {
     std::vector<DWORD> onFailedWrite = {JOB_CONTROL_RESTART};
     std::vector<DWORD> onEnd = {JOB_CONTROL_SENT_TO_PRINTER};  // of a document without a failed write
     bool commandsFromAnotherThread = false;
-    bool heldQuery = false;         // queries wait until this is false
-    std::string answer = "answer";  // to queries
-    DWORD queryError = 0;           // not 0: queries fail with this last error
+    bool heldQuery = false;          // queries wait until this is false
+    std::string answer = "answer";   // to queries
+    DWORD queryError = 0;            // not 0: queries fail with this last error
+    std::function<DWORD()> command;  // each administrator's command, with its result
 
     struct Document {
         WideString port;

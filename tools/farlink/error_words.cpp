@@ -44,6 +44,7 @@ constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_ALREADY_EXISTS), "there is a port of this name already", "choose another name"},
     {WORD_AND_NAME(ERROR_FILENAME_EXCED_RANGE), "the name is too long"},
     {WORD_AND_NAME(ERROR_KEY_DELETED), "the settings are being deleted"},
+    {WORD_AND_NAME(ERROR_IO_DEVICE), "the disk failed"},
     {WORD_AND_NAME(ERROR_REVISION_MISMATCH), "the state folder is of another version"},
     {WORD_AND_NAME(ERROR_FILE_CORRUPT), "the state folder's database is damaged"},
     {WORD_AND_NAME(ERROR_TIMEOUT), "it took too long"},

@@ -69,7 +69,7 @@ private:
         for (;;) {
             JOB_PROGRESS progress{};
             if (!ReadProgress(server, job.id, progress))
-                throw SpoolerFailure();
+                throw SpoolerFailure("Job " + std::to_string(job.id) + " is kept for 'farlink jobs run'");
             view.Show(job, progress);
             if (progress.phase == JOB_PHASE_DONE)
                 return StatusOf(progress);
@@ -147,6 +147,8 @@ const char* StateWordOf(const JOB_PROGRESS& progress)
             return "waiting-in-queue";
         case JOB_PHASE_ENDING:
             return "waiting-for-card";
+        case JOB_PHASE_KEEPING:
+            return "waiting-for-disk";
         case JOB_PHASE_RETRYING:
             return "retrying";
         default:
