@@ -12,10 +12,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 
-# The compiler's own libraries go into each file, the same sources give the same bytes, and addresses are
-# chosen anew at each load.
+# The compiler's own libraries go into each file, the same sources give the same bytes, addresses are chosen
+# anew at each load, and what is tested is what is shipped: without symbols.
 set(linker_flags
-    "-static -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va")
+    "-s -static -Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -Wl,--high-entropy-va")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${linker_flags}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${linker_flags}")
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "${linker_flags}")
