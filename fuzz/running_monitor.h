@@ -9,12 +9,7 @@ public:
     explicit FuzzedMonitor(RegistryDouble& registry)
     {
         AttachLibrary();
-        MONITORINIT init{};
-        init.cbSize = sizeof(init);
-        init.hSpooler = registry.SpoolerHandle();
-        init.hckRegistryRoot = registry.Root();
-        init.pMonitorReg = registry.Callbacks();
-        init.bLocal = TRUE;
+        MONITORINIT init = registry.Init();
         registry.SetDword("Ports", "LogToDebugOutput", 1);
         table = InitializePrintMonitor2(&init, &monitor);
         if (table == nullptr)

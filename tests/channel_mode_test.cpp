@@ -111,6 +111,9 @@ TEST_F(ChannelMode, DoesNotConnectAgainAfterAFailure)
     EXPECT_TRUE(log.Has("GetPrinterDataFromPort() should not be called with ControlID == 0."));
     EXPECT_FALSE(Write({1}));
     EXPECT_TRUE(log.Has("krelIniPort::writePort: ERROR: Failed to setup communication channels."));
+    ASSERT_TRUE(StartChannel());
+    EXPECT_FALSE(Read(1));
+    EXPECT_TRUE(log.Has("krelIniPort::readPort: ERROR: Failed to setup communication channels."));
     server->Welcome(Channel::Command);
     EXPECT_FALSE(Write({1}));
     EXPECT_TRUE(log.Has("krelIniPort::writePort: ERROR: Data channel not setup."));

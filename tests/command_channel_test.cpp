@@ -82,22 +82,6 @@ TEST_F(ChannelMessages, APeekTakesNothingAndSeesOnlyWholeMessages)
     }
 }
 
-TEST_F(ChannelMessages, AreTakenOneByOne)
-{
-    const Bytes first = Frame(2, 4, 0, Raw("first"));
-    const Bytes second = Frame(1, 99, 5);
-    ASSERT_TRUE(Arrives(Join(Join(first, second), first)));
-    CCommandChannelMessage message;
-    EXPECT_TRUE(message.Peek(*channel));
-    EXPECT_EQ(printserver::Hex(first), ContentOf(message));
-    EXPECT_TRUE(message.Receive(*channel));
-    EXPECT_TRUE(message.Receive(*channel));  // takes the place of the first one's payload
-    EXPECT_EQ(printserver::Hex(second), ContentOf(message));
-    EXPECT_EQ(nullptr, message.data);
-    EXPECT_TRUE(message.Receive(*channel));
-    EXPECT_EQ(printserver::Hex(first), ContentOf(message));
-}
-
 TEST_F(ChannelMessages, AShortHeaderFailsAndIsGone)
 {
     CCommandChannelMessage message(1, 2, 3);
@@ -156,7 +140,7 @@ TEST_F(ChannelMessages, OfTwoSendersNeverMix)
     const auto shared =
         std::make_shared<CCommandChannel>(nullptr, TEXT("127.0.0.1"), echo.Port() + 2u, kNever, kNever);
     ASSERT_TRUE(shared->Open());
-    constexpr int kFrames = 8;
+    constexpr int kFrames = 24;
     const auto send = [&](DWORD id) {
         const Bytes much(512 << 10, static_cast<std::uint8_t>(id));  // far more than the system takes at once
         CCommandChannelMessage message(1, id, static_cast<DWORD>(much.size()));
@@ -247,6 +231,21 @@ TEST_F(ChannelOpening, SuitsTheServersVersion)
     }
 }
 
+TEST_F(ChannelOpening, TakesNoVersionFromAnotherMessage)
+{
+    CCommProtocolVersion version;
+    for (const auto& [type, id] : {std::pair{1u, 33u}, std::pair{2u, 32u}}) {
+        log.Clear();
+        EXPECT_FALSE(version.Initialize(CCommandChannelMessage(type, id, 0)));
+        EXPECT_EQ(
+            Failures{"CCommProtocolVersion::Initialize: Unexpected message to extract protocol version from. "
+                     "Expected type 2, received type " +
+                     std::to_string(type) + "; expected request id 33, received request id " +
+                     std::to_string(id) + "."},
+            log.Failures());
+    }
+}
+
 TEST_F(ChannelOpening, BindsToTheSessionAndTellsWhatWentWrong)
 {
     const Bytes version = VersionReply("1.10");
@@ -334,6 +333,23 @@ TEST_F(ChannelOpening, CountsThePollsOfAReplyThatDoesNotCome)
     }
 }
 
+// What was there at the look can't be taken: the link breaks in between.
+TEST_F(ChannelOpening, FailsWhereAReplyCannotBeTaken)
+{
+    for (const char* scope : {"{CCommandChannel::GetCommProtocolVersion", "{CCommandChannel::BindSession"}) {
+        SCOPED_TRACE(scope);
+        server.Command().Accept().AnswerVersion("1.10").AnswerBind(7);
+        const auto channel = Make(true);
+        const bool binds = std::string_view(scope).ends_with("BindSession");
+        log.AtLine(scope, [&] { test_switches::FailCall("recv", 10054, binds ? 1 : 2); });
+        EXPECT_FALSE(channel->Open());
+        EXPECT_EQ((Failures{"CSyncSocket::Receive: Call to recv() failed; WSAGetLastError returned 10054.",
+                            binds ? kNoBind : kNoVersion}),
+                  log.Failures());
+        channel->Shutdown();
+    }
+}
+
 TEST_F(ChannelOpening, FailsWhereARequestCannotBeSent)
 {
     const Failures chains[] = {
@@ -343,12 +359,14 @@ TEST_F(ChannelOpening, FailsWhereARequestCannotBeSent)
         {"CCommandChannel::BindSession: Failed to send request to bind session.", kNoBind},
         {"CCommandChannel::StartKeepAliveNotifications: Failed to send request to start keep alives.",
          kNoStart},
+        {"CCommandChannel::StartLPQInfoNotifications: Failed to send request to start LPQInfo "
+         "notifications."},
     };
-    for (int sent = 0; sent < 3; ++sent) {
+    for (int sent = 0; sent < 4; ++sent) {
         SCOPED_TRACE(sent);
         const auto channel = Make(true);
         test_switches::FailCall("send", 10054, sent);
-        EXPECT_FALSE(channel->Open());
+        EXPECT_FALSE(channel->Open() && channel->StartLPQInfoNotifications());
         const Failures failures = log.Failures();
         EXPECT_EQ("CSyncSocket::Send: Call to send() failed; WSAGetLastError returned 10054.", failures[0]);
         EXPECT_EQ(chains[sent], Failures(failures.begin() + 1, failures.end()));

@@ -230,7 +230,7 @@ TEST_F(KeepAliveWorker, AFailingWaitIsASleep)
 
 TEST_F(KeepAliveWorker, AStuckSenderNeverHoldsTheWorkerUp)
 {
-    printserver::Gate never;
+    const auto never = [] { return false; };
     const std::vector<char> much(32 << 20);
     for (const bool underTheSendLock : {true, false}) {
         SCOPED_TRACE(underTheSendLock);
@@ -284,26 +284,6 @@ TEST_F(KeepAliveWorker, TheWorkerEndsWithoutATickWhenToldBeforeItsFirstWait)
     channel->Shutdown();
     EXPECT_TRUE(log.Has("Received signal to exit."));
     EXPECT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
-
-    const struct {
-        const char* call;
-        const char* failure;
-    } rows[] = {{"CreateEventW", "Failed to create event to signal worker thread to exit."},
-                {"CreateThread", "Failed to create worker thread."}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.call);
-        log.Clear();
-        const auto workerless = MakeCommand();
-        test_switches::FailCall(row.call, ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_FALSE(workerless->InitializeKeepAlives(nullptr));
-        EXPECT_EQ(Failures{std::string("CCommandChannel::InitializeKeepAlives: ") + row.failure},
-                  log.Failures());
-        workerless->Shutdown();                // waits for nobody
-        EXPECT_EQ(2, workerless.use_count());  // ours and the fixture's
-    }
-    const auto late = MakeCommand();
-    late->Shutdown();
-    EXPECT_FALSE(late->InitializeKeepAlives(nullptr));
 }
 
 // A spooler's thread in gReadPort, whichever of the two reads it sits in, is freed by the worker.
@@ -351,27 +331,6 @@ TEST_F(LostLink, FreesABlockedReader)
         EXPECT_EQ("127.0.0.1:" + std::to_string(server->Port()), silent->tag);
         EXPECT_TRUE(End());
     }
-}
-
-// The spooler doesn't come back from a call of the worker's. The next document doesn't wait for it for ever,
-// and what it holds stands until it is back.
-TEST_F(LostLink, AWorkerStuckInTheSpoolerFindsNothingDestroyed)
-{
-    ServeByHand(Lpq(0, 2));
-    ASSERT_TRUE(StartJob());
-    const Gate stuck = spooler.Block(Spooler::GetJob);
-    ASSERT_TRUE(server->Notify(Lpq(0, 9)));
-    ASSERT_TRUE(stuck.AwaitArrival());
-    test_switches::FailCall("WSAStartup", 10091);  // the second document comes no further
-    log.Clear();
-    EXPECT_FALSE(table->pfnStartDocPort(port, Text("Printer"), kJob + 1, 1, nullptr));
-    EXPECT_TRUE(log.Has("}CCommandChannel::~CCommandChannel"));
-    EXPECT_FALSE(log.Has("}CCommandChannel::ThreadProc"));
-    EXPECT_EQ(1, spooler.OpenPrinters());  // the worker's own is not given back under it
-    stuck.Open();
-    EXPECT_TRUE(log.WaitFor("}CCommandChannel::ThreadProc"));
-    EXPECT_TRUE(Eventually([this] { return spooler.OpenPrinters() == 0; }));
-    EXPECT_EQ(std::vector<std::string>{}, spooler.Faults());
 }
 
 }  // namespace

@@ -76,7 +76,7 @@ protected:
         const auto initialize =
             FunctionCast<Initialize>(RealGetProcAddress(module, "InitializePrintMonitor2"));
         ASSERT_NE(nullptr, initialize);
-        MONITORINIT init = Init();
+        MONITORINIT init = registry.Init();
         table = initialize(&init, &monitor);
         ASSERT_NE(nullptr, table);
         spooler.AttachMonitor(table, monitor);

@@ -49,7 +49,7 @@ TEST_F(MonitorStart, RefusesWhatItCannotWorkWith)
     HANDLE handle = this;
     EXPECT_EQ(nullptr, InitializePrintMonitor2(nullptr, &handle));
     EXPECT_EQ(nullptr, InitializePrintMonitor2(&init, &handle));  // no registry callbacks
-    init.pMonitorReg = registry.Callbacks();
+    init = registry.Init();
     EXPECT_EQ(nullptr, InitializePrintMonitor2(&init, nullptr));
     EXPECT_EQ(this, handle);
 }
@@ -120,6 +120,7 @@ TEST_F(Monitor, OpensPortsByNameIgnoringCase)
     EXPECT_EQ(FALSE, table->pfnOpenPort(monitor, nullptr, &port));
     EXPECT_EQ(nullptr, port);
     EXPECT_EQ(FALSE, table->pfnOpenPort(monitor, Text("Card"), nullptr));
+    EXPECT_EQ(FALSE, table->pfnXcvOpenPort(monitor, Text("Card"), 1, nullptr));
 }
 
 TEST_F(Monitor, NullHandlesAreNamedInTheLogAndRefused)
@@ -301,35 +302,6 @@ TEST_F(Monitor, DeletedPortsLeaveTheTableWhereverTheyStand)
     EXPECT_EQ(DWORD{ERROR_UNKNOWN_PORT}, GetLastError());
     AddPort(TEXT("D"), TEXT("server"), 1);
     EXPECT_EQ((Names{"D", "C"}), PortNames());
-}
-
-TEST_F(Monitor, AHandleOfADeletedPortFailsCleanly)
-{
-    const HANDLE port = AddAndOpenPort(TEXT("Card"), TEXT("127.0.0.1"), 9);
-    EXPECT_EQ(0u, DeletePort(TEXT("Card")));
-    const HANDLE successor = AddAndOpenPort(TEXT("Card"), TEXT("127.0.0.1"), 9);
-    EXPECT_NE(port, successor);
-    DWORD count = 0;
-    BYTE byte = 0;
-    EXPECT_EQ(FALSE, table->pfnStartDocPort(port, Text("Printer"), 1, 1, nullptr));
-    EXPECT_EQ(FALSE, table->pfnWritePort(port, &byte, 1, &count));
-    EXPECT_EQ(FALSE, table->pfnReadPort(port, &byte, 1, &count));
-    table->pfnEndDocPort(port);
-    EXPECT_EQ(TRUE, table->pfnClosePort(port));
-}
-
-TEST_F(Monitor, TheLastCallOutCleansADeletedPortUp)
-{
-    const HANDLE port = AddAndOpenPort(TEXT("Card"), TEXT("127.0.0.1"), 9);
-    const Gate opening = spooler.Block(Spooler::OpenPrinter);
-    std::thread inside(
-        [&] { EXPECT_EQ(FALSE, table->pfnStartDocPort(port, Text("Printer"), 1, 1, nullptr)); });
-    EXPECT_TRUE(opening.AwaitArrival());
-    EXPECT_EQ(0u, DeletePort(TEXT("Card")));
-    EXPECT_FALSE(log.Has("{krelIniPort::~krelIniPort"));
-    opening.Open();
-    inside.join();
-    EXPECT_EQ(1, log.Count("{krelIniPort::~krelIniPort"));
 }
 
 // A port that takes its time to go holds up neither the spooler's look at the table nor its registry key's

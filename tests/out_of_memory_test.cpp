@@ -4,6 +4,7 @@
 #include <set>
 
 #include "monitor/ini_port.h"
+#include "monitor/library_entry.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/printing_fixture.h"
 #include "tests/support/text.h"
@@ -181,10 +182,6 @@ TEST_F(PrintingOutOfMemory, AWriteOnALostLinkStillFailsTheJob)
 TEST_F(AdministrationOutOfMemory, ACommandThatFailsChangesNothing)
 {
     ASSERT_EQ(0u, AddPort(TEXT("Card"), TEXT("a-server-with-a-long-name"), 9100));
-    const auto text = [](const WideString& name) {
-        const auto* first = reinterpret_cast<const BYTE*>(name.c_str());
-        return std::vector<BYTE>(first, first + (name.size() + 1) * sizeof(WCHAR));
-    };
     const XcvSession session = OpenXcv(TEXT("Card"));
     krelXcvPortErrorQuery error{1, 2, {}};
     const auto version = BytesOf(krelXcvVersionWord{1});
@@ -195,7 +192,7 @@ TEST_F(AdministrationOutOfMemory, ACommandThatFailsChangesNothing)
     } rows[] = {
         {TEXT("MonitorUI"), {}, {8}},
         {TEXT("AddPort"), BytesOf(PortRecord(TEXT("A port with a long name"), TEXT("server"), 1)), {5}},
-        {TEXT("DeletePort"), text(TEXT("A port with a long name")), {8}},
+        {TEXT("DeletePort"), WithNul(TEXT("A port with a long name")), {8}},
         {TEXT("GetPortError"), BytesOf(error), {}},
         {TEXT("GetPortProperties"), version, {}},
         {TEXT("SetPortProperties"), BytesOf(PortRecord({}, TEXT("other"), 7)), {}},
@@ -258,12 +255,32 @@ TEST_F(AdministrationOutOfMemory, PortsAreListedAndOpenedWithoutAnyMemory)
     EXPECT_EQ(nullptr, session);
 }
 
+TEST_F(AdministrationOutOfMemory, ALibraryThatCannotAttachStartsNoMonitor)
+{
+    Shutdown();
+    const HMODULE module = GetModuleHandleW(nullptr);
+    DllEntryPoint(module, DLL_PROCESS_DETACH, nullptr);
+    MONITORINIT init = registry.Init();
+    HANDLE handle = nullptr;
+    for (const int which : {1, 2}) {  // the locks of the log; without its names it makes do
+        {
+            const FailingNew failing(which);
+            EXPECT_EQ(1, DllEntryPoint(module, DLL_PROCESS_ATTACH, nullptr));
+        }
+        EXPECT_EQ(nullptr, InitializePrintMonitor2(&init, &handle));
+        DllEntryPoint(module, DLL_PROCESS_DETACH, nullptr);
+    }
+    DllEntryPoint(module, DLL_PROCESS_ATTACH, nullptr);
+    DllEntryPoint(module, DLL_PROCESS_ATTACH, nullptr);  // no harm either
+    Start();
+}
+
 TEST_F(AdministrationOutOfMemory, AMonitorThatCannotStartLeavesNothingBehind)
 {
     Shutdown();
     registry.AddPort("Card", TEXT("server"), 9100);
     registry.SetDword("Ports", "LogToFile", 0);
-    MONITORINIT init = Init();
+    MONITORINIT init = registry.Init();
     HANDLE handle = nullptr;
     const auto* started = AtEachAllocation([&] { return InitializePrintMonitor2(&init, &handle); },
                                            [&](const MONITOR2* functions) {

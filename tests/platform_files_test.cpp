@@ -48,12 +48,6 @@ protected:
     {
         std::ofstream(Path(name), std::ios::binary) << content;
     }
-    mode_t Mode(const std::string& name) const
-    {
-        struct stat status {};
-        stat(Path(name).c_str(), &status);
-        return status.st_mode & 07777;
-    }
     std::u16string Profile(const std::string& content, LPCWSTR key = TEXT("Name"), DWORD size = 2048) const
     {
         Make("Farlink.ini", content);
@@ -76,35 +70,6 @@ void Write(HANDLE file, const std::string& text)
     EXPECT_EQ(text.size(), written);
 }
 
-TEST_F(PlatformFiles, PositionsMoveAndTheEndIsCut)
-{
-    Make("log", "0123456789");
-    const HANDLE file = Open("log");
-    ASSERT_NE(INVALID_HANDLE_VALUE, file);
-    EXPECT_EQ(10u, GetFileSize(file, nullptr));
-    EXPECT_EQ(10u, SetFilePointer(file, 0, nullptr, FILE_END));
-    Write(file, "abcdef");
-    EXPECT_EQ(12u, SetFilePointer(file, -4, nullptr, FILE_CURRENT));
-    EXPECT_TRUE(SetEndOfFile(file));
-    EXPECT_EQ(2u, SetFilePointer(file, 2, nullptr, FILE_BEGIN));
-    Write(file, "XY");
-    EXPECT_EQ("01XY456789ab", Content("log"));
-
-    EXPECT_EQ(INVALID_SET_FILE_POINTER, SetFilePointer(file, -5, nullptr, FILE_CURRENT));
-    EXPECT_EQ(ERROR_NEGATIVE_SEEK, GetLastError());
-    LONG high = 1;
-    EXPECT_EQ(5u, SetFilePointer(file, 5, &high, FILE_BEGIN));
-    EXPECT_EQ(INVALID_SET_FILE_POINTER, SetFilePointer(file, 0, nullptr, FILE_CURRENT));
-    EXPECT_TRUE(SetEndOfFile(file));  // a hole, no data
-    DWORD sizeHigh = 0;
-    EXPECT_EQ(5u, GetFileSize(file, &sizeHigh));
-    EXPECT_EQ(1u, sizeHigh);
-
-    EXPECT_TRUE(CloseHandle(file));
-    EXPECT_EQ(INVALID_FILE_SIZE, GetFileSize(file, nullptr));
-    EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-}
-
 TEST_F(PlatformFiles, WhatIsMissingIsNamed)
 {
     EXPECT_EQ(INVALID_HANDLE_VALUE, Open("none", OPEN_EXISTING));
@@ -117,6 +82,7 @@ TEST_F(PlatformFiles, ASecondWriterIsRefusedAndTheRefusalHarmsNothing)
 {
     const HANDLE first = Open("log");
     Write(first, "line");
+    EXPECT_EQ(fs::perms{0600}, fs::status(Path("log")).permissions()) << "nobody was let in";
     EXPECT_EQ(INVALID_HANDLE_VALUE, Open("log", CREATE_ALWAYS));
     EXPECT_EQ(ERROR_SHARING_VIOLATION, GetLastError());
     EXPECT_EQ("line", Content("log"));
@@ -206,60 +172,6 @@ TEST_F(PlatformFiles, OnlyRegularFilesAreOpened)
     }
     EXPECT_EQ("precious", Content("victim"));
     EXPECT_FALSE(fs::exists(Path("missing")));
-}
-
-// A descriptor made as the log writer makes it, with the given rights for S-1-1-<subAuthority>.
-struct CDescriptor {
-    CDescriptor(DWORD rights, DWORD subAuthority)
-    {
-        SID_IDENTIFIER_AUTHORITY world = {{0, 0, 0, 0, 0, 1}};
-        EXPECT_TRUE(AllocateAndInitializeSid(&world, 1, subAuthority, 0, 0, 0, 0, 0, 0, 0, &sid));
-        EXPLICIT_ACCESSW access{};
-        access.grfAccessPermissions = rights;
-        access.grfAccessMode = SET_ACCESS;
-        access.Trustee.TrusteeForm = TRUSTEE_IS_SID;
-        access.Trustee.ptstrName = static_cast<LPWSTR>(sid);
-        EXPECT_EQ(ERROR_SUCCESS, SetEntriesInAclW(1, &access, nullptr, &list));
-        descriptor = LocalAlloc(LPTR, SECURITY_DESCRIPTOR_MIN_LENGTH);
-        EXPECT_FALSE(InitializeSecurityDescriptor(descriptor, 2));
-        EXPECT_TRUE(InitializeSecurityDescriptor(descriptor, SECURITY_DESCRIPTOR_REVISION));
-        EXPECT_TRUE(SetSecurityDescriptorDacl(descriptor, TRUE, list, FALSE));
-        attributes = {sizeof attributes, descriptor, FALSE};
-    }
-    ~CDescriptor()
-    {
-        FreeSid(sid);
-        LocalFree(list);
-        LocalFree(descriptor);
-    }
-    PSID sid = nullptr;
-    PACL list = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    SECURITY_ATTRIBUTES attributes{};
-};
-
-TEST_F(PlatformFiles, ANewFileGetsTheAccessAskedForAndAnOldOneKeepsItsOwn)
-{
-    CDescriptor everyone(GENERIC_ALL, 0);
-    CDescriptor readers(GENERIC_READ, 0);
-    CDescriptor somebodyElse(GENERIC_ALL, 1);
-    const struct {
-        const char* name;
-        SECURITY_ATTRIBUTES* attributes;
-        mode_t mode;
-    } cases[] = {{"all", &everyone.attributes, 0666},
-                 {"read", &readers.attributes, 0644},
-                 {"else", &somebodyElse.attributes, 0600},
-                 {"none", nullptr, 0600},
-                 {"none", &everyone.attributes, 0600}};
-    const mode_t umaskBefore = umask(0077);
-    for (const auto& [name, attributes, mode] : cases) {
-        CloseHandle(Open(name, OPEN_ALWAYS, attributes));
-        EXPECT_EQ(mode, Mode(name)) << name;
-    }
-    umask(umaskBefore);
-    CloseHandle(Open("none", OPEN_EXISTING, &everyone.attributes));
-    EXPECT_EQ(mode_t{0600}, Mode("none"));
 }
 
 TEST_F(PlatformFiles, ProfileValuesAreFoundInAllKindsOfFiles)

@@ -120,36 +120,6 @@ TEST_F(PlatformModules, TooSmallABufferGetsACutTextWithoutATerminator)
     EXPECT_EQ(nullptr, GetModuleHandleW(TEXT("ws2_32.dll")));
 }
 
-TEST_F(PlatformModules, SystemLibrariesGoByTheirPlatformNames)
-{
-    const HMODULE sockets = LoadLibraryW(TEXT("WS2_32.dll"));
-    ASSERT_NE(nullptr, sockets);
-    EXPECT_EQ(&getaddrinfo, Get<decltype(getaddrinfo)>(sockets, "getaddrinfo"));
-    EXPECT_EQ(&freeaddrinfo, Get<decltype(freeaddrinfo)>(sockets, "freeaddrinfo"));
-    EXPECT_EQ(&getnameinfo, Get<decltype(getnameinfo)>(sockets, "getnameinfo"));
-    EXPECT_EQ(nullptr, GetProcAddress(sockets, "getaddrinfow"));
-    EXPECT_TRUE(FreeLibrary(sockets));
-
-    test_switches::FailCall("GetProcAddress", ERROR_PROC_NOT_FOUND, 1);
-    EXPECT_NE(nullptr, GetProcAddress(sockets, "getaddrinfo"));
-    EXPECT_EQ(nullptr, GetProcAddress(sockets, "getaddrinfo"));
-
-    for (const auto* name : {TEXT("no such library.dll"), TEXT("/dev/null")}) {
-        EXPECT_EQ(nullptr, LoadLibraryW(name));
-        EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
-    }
-}
-
-TEST_F(PlatformModules, APinnedModuleOutlivesItsFree)
-{
-    const HMODULE module = LoadLibraryW(ToUtf16(Copy("Pinned.dll")).c_str());
-    ASSERT_NE(nullptr, module);
-    Get<void()>(module, "PinYourself")();
-    const auto ownModule = Get<HMODULE()>(module, "OwnModule");
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_EQ(module, ownModule());
-}
-
 TEST_F(PlatformModules, TheEndOfTheProcessIsToldFromAnUnload)
 {
     const std::u16string path = ToUtf16(Copy("Farlink.dll"));

@@ -26,7 +26,6 @@ TEST_F(Platform, EventsKeepOrLoseTheirSignal)
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(manual, INFINITE));
     EXPECT_TRUE(ResetEvent(manual));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(manual, 1));
-
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(automatic, 0));
     EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(automatic, 0));
 
@@ -43,35 +42,16 @@ TEST_F(Platform, EventsKeepOrLoseTheirSignal)
 
 struct Worker {
     HANDLE exitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    std::atomic<DWORD> id{0};
     std::atomic<bool> left{false};
 
     static DWORD Run(LPVOID argument)
     {
         auto* self = static_cast<Worker*>(argument);
-        self->id = GetCurrentThreadId();
         WaitForSingleObject(self->exitEvent, INFINITE);
         self->left = true;
         return 0;
     }
 };
-
-TEST_F(Platform, AThreadIsSignalledWhenItHasEnded)
-{
-    Worker worker;
-    DWORD id = 0;
-    const HANDLE thread = CreateThread(nullptr, 0, &Worker::Run, &worker, 0, &id);
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(thread, 5));
-    EXPECT_FALSE(SetEvent(thread));
-    EXPECT_TRUE(SetEvent(worker.exitEvent));
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, INFINITE));
-    EXPECT_TRUE(worker.left);
-    EXPECT_EQ(worker.id, id);
-    EXPECT_NE(GetCurrentThreadId(), id);
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, 0));
-    EXPECT_TRUE(CloseHandle(thread));
-    EXPECT_TRUE(CloseHandle(worker.exitEvent));
-}
 
 // A handle may be closed while its thread runs, and while another thread waits on it.
 TEST_F(Platform, AClosedThreadHandleLeavesTheThreadAndItsWaitersAlone)
@@ -92,53 +72,6 @@ TEST_F(Platform, AClosedThreadHandleLeavesTheThreadAndItsWaitersAlone)
     while (!worker.left)
         std::this_thread::yield();
     EXPECT_TRUE(CloseHandle(worker.exitEvent));
-}
-
-TEST_F(Platform, OneScaleHoldsForSleepWaitsAndTicks)
-{
-    using Clock = std::chrono::steady_clock;
-    test_switches::SetTimeScale(0.001);
-    test_switches::SetTickCount(0xFFFFFFF0);  // and the count wraps on the way
-    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const auto begin = Clock::now();
-    const DWORD firstTick = GetTickCount();
-    Sleep(30000);
-    EXPECT_EQ(WAIT_TIMEOUT, WaitForSingleObject(event, 30000));
-    const DWORD ticks = GetTickCount() - firstTick;
-    EXPECT_GE(ticks, 59990u);
-    EXPECT_LT(GetTickCount(), 0x80000000u);
-    const auto real = Clock::now() - begin;
-    EXPECT_GE(real, std::chrono::milliseconds(60));
-    EXPECT_LT(real, std::chrono::seconds(30));
-    CloseHandle(event);
-
-    // A change of scale makes no jump.
-    const DWORD before = GetTickCount();
-    test_switches::SetTimeScale(1);
-    EXPECT_LT(GetTickCount() - before, 1000000u);
-}
-
-TEST_F(Platform, OrderedFailuresComeWhenTheyAreDue)
-{
-    test_switches::FailCall("CreateEventW", 8, 1, 2);
-    test_switches::CountCalls("CreateEventW");
-    const auto make = [] {
-        SetLastError(0);
-        const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-        if (event != nullptr)
-            CloseHandle(event);
-        return event != nullptr;
-    };
-    EXPECT_TRUE(make());
-    EXPECT_FALSE(make());
-    EXPECT_EQ(8u, GetLastError());
-    EXPECT_FALSE(make());
-    EXPECT_TRUE(make());
-    EXPECT_EQ(4, test_switches::CallsCounted("CreateEventW"));
-    test_switches::FailCall("CreateEventW", 8);
-    test_switches::Reset();
-    EXPECT_TRUE(make());
-    EXPECT_EQ(0, test_switches::CallsCounted("CreateEventW"));
 }
 
 TEST_F(Platform, ComparisonsFoldCaseAsFarAsTheirPlatformNamesakes)

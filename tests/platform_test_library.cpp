@@ -51,8 +51,3 @@ EXPORTED void Observe(void (*newObserver)(bool globalsAlive, bool processEnds))
 {
     observer = newObserver;
 }
-
-EXPORTED void PinYourself()
-{
-    PinModule(&global);
-}

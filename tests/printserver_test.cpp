@@ -183,21 +183,6 @@ TEST(PrintServerTest, SpeaksEachVersionWithItsOwnKeepAlive)
     }
 }
 
-TEST(PrintServerTest, EndsAJobAsTheCourseSays)
-{
-    Course course{
-        .queue = 3, .perPosition = Milliseconds(10), .printing = Milliseconds(50), .end = kCancelled};
-    EXPECT_EQ(3, course.RecordAt({}).queuePosition);
-    EXPECT_EQ(1, course.RecordAt({.sinceStart = Milliseconds(29)}).queuePosition);
-    const Progress ended{.sinceStart = Milliseconds(30), .received = 9, .sinceEnd = Milliseconds(50)};
-    EXPECT_EQ(Lpq(0, kCancelled), course.RecordAt(ended));
-    course.end.reset();
-    EXPECT_EQ(Lpq(0, kPrintingCard), course.RecordAt(ended));
-    course.cancelAfterBytes = 9;
-    EXPECT_EQ(Lpq(0, kReceivingData), course.RecordAt({.sinceStart = Milliseconds(30), .received = 8}));
-    EXPECT_EQ(Lpq(0, kCancelled), course.RecordAt({.sinceStart = Milliseconds(30), .received = 9}));
-}
-
 TEST(PrintServerTest, KeepsWholeDocumentsAndSetsBrokenOnesAside)
 {
     Folder folder;
@@ -218,22 +203,6 @@ TEST(PrintServerTest, KeepsWholeDocumentsAndSetsBrokenOnesAside)
     // A later run counts on and overwrites nothing.
     EXPECT_EQ("document-0002.broken", print(false).name);
     EXPECT_EQ(2, std::distance(std::filesystem::directory_iterator(folder.path), {}));
-}
-
-TEST(PrintServerTest, AnswersRequestsOfAnOpenChannel)
-{
-    PrintServer server({.parallelData = Text("status")});
-    OpenJob job(server);
-    EXPECT_EQ(Reply(kSuppressSyslog), job.command->Ask(SuppressRequest(), 16));
-    EXPECT_EQ(QueryReply(77, Text("in")), job.command->Ask(QueryRequest(77, 100, Text("in")), 18));
-    server.SetQueryAnswer([](std::uint32_t control, const Bytes&) { return U32(control + 1); });
-    EXPECT_EQ(QueryReply(77, U32(78)), job.command->Ask(QueryRequest(77, 100), 20));
-
-    EXPECT_EQ(Reply(kParallelRead, 0, U16(4)), job.command->Ask(ParallelReadRequest(4), 18));
-    EXPECT_EQ(Reply(kParallelRead, 0, U16(2)), job.command->Ask(ParallelReadRequest(-1), 18));
-    EXPECT_EQ(Text("status"), job.data.Read(6));
-    EXPECT_EQ(Reply(kParallelRead, 0, U16(0)), job.command->Ask(ParallelReadRequest(4), 18));
-    EXPECT_EQ(Reply(kBindSession, kErrorUnknownSession), job.command->Ask(BindRequest(4711), 16));
 }
 
 TEST(PrintServerFaultTest, ChangesWhatTheMonitorReads)
@@ -273,58 +242,6 @@ TEST(PrintServerFaultTest, ChangesWhatTheMonitorReads)
     }
 }
 
-TEST(PrintServerFaultTest, ReachesTheDataChannelsOpening)
-{
-    PrintServer server;
-    server.FaultAt(Step::AcceptData, Fault::Close(), 1);
-    server.FaultAt(Step::SessionId, Fault::Payload(Text("abc")), 1);
-    server.FaultAt(Step::TransMode, Fault::HalfThenClose(1), 1);
-    EXPECT_EQ(Bytes(), Client(server.Port()).ReadToEnd());
-    EXPECT_EQ(Join(Bytes{2, 0, 3}, Join(Text("abc"), {1})), Client(server.Port()).ReadToEnd());
-    EXPECT_THROW(server.FaultAt(Step::SessionId, Fault::Error(1)), std::invalid_argument);
-    EXPECT_THROW(server.FaultAt(Step::EndOfData, Fault::Drop()), std::invalid_argument);
-}
-
-TEST(PrintServerFaultTest, BreaksTheDocumentAtTheByte)
-{
-    PrintServer server;
-    server.FaultAt(Step::DataMiddle, Fault::Reset().AfterBytes(1000), 1);
-    server.FaultAt(Step::EndOfData, Fault::Silence(), 1);
-    OpenJob cut(server);
-    cut.data.Send(Card(5000));
-    EXPECT_EQ(Bytes(), cut.data.ReadToEnd());
-    EXPECT_EQ(ReadState::Broken, cut.data.Last());
-    OpenJob unfinished(server);
-    unfinished.data.Send(Card(3000));
-    unfinished.data.HangUp();
-    ASSERT_TRUE(server.WaitFor(EventKind::FaultPlayed, 2));
-    EXPECT_EQ(Notification(Lpq(0, kReceivingData)), unfinished.command->Ask(LpqRequest(), 26));
-
-    server.Stop();
-    ASSERT_EQ(2u, server.Documents().size());
-    EXPECT_EQ(1000u, server.Documents()[0].size);
-    EXPECT_EQ(3000u, server.Documents()[1].size);
-    EXPECT_EQ(2, server.Count(EventKind::DocumentBroken));
-}
-
-TEST(PrintServerFaultTest, SilenceIsDeafToNothingAndDelayHoldsUpNothingElse)
-{
-    PrintServer server({.keepAliveEvery = Milliseconds(10)});
-    server.FaultAt(Step::SuppressReply, Fault::Delay(Milliseconds(100)));
-    server.FaultAt(Step::QueryReply, Fault::Silence());
-    Client command(server.Port() + 2);
-    (void)command.Ask(VersionRequest(), 20);
-    (void)command.Ask(StartKeepAlivesRequest(5, 20), 16);
-    EXPECT_EQ(Join(KeepAlive(), KeepAlive()), command.Ask(SuppressRequest(), 32));
-    ASSERT_TRUE(server.WaitFor([&] { return command.Read(16) == Reply(kSuppressSyslog); }));
-
-    command.Send(QueryRequest(5, 0));
-    ASSERT_TRUE(server.WaitFor([&] { return !command.HasBytes(Milliseconds(200)); }));
-    EXPECT_EQ(1, server.OpenConnections(Channel::Command));
-    command.HangUp();
-    EXPECT_TRUE(server.WaitFor(EventKind::HungUp));
-}
-
 TEST(PrintServerHostileTest, IsDroppedWhileOthersAreServed)
 {
     PrintServer server;
@@ -345,38 +262,6 @@ TEST(PrintServerHostileTest, IsDroppedWhileOthersAreServed)
     unfinished.HangUp();
     EXPECT_EQ(Reply(99, kErrorUnknownRequest), honest.command->Ask(Frame(2, 99), 16));
     EXPECT_EQ(Reply(kSuppressSyslog), honest.command->Ask(SuppressRequest(), 16));
-}
-
-TEST(PrintServerScriptTest, PlaysAPeersStoryThroughAGate)
-{
-    PrintServer server;
-    Gate printed;
-    server.Data().Accept().Send(SessionId(7)).Send(TransMode()).Receive(100).ReceiveAll().AwaitHangUp();
-    server.Command()
-        .Accept()
-        .AnswerVersion("1.10")
-        .AnswerBind(7)
-        .AnswerStartKeepAlives()
-        .AnswerStartNotifications(Lpq(0, kReceivingData))
-        .Wait(printed)
-        .SendKeepAlive()
-        .SendNotification(Lpq(0, kFinished))
-        .AwaitHangUp();
-    OpenJob job(server);
-    EXPECT_EQ(7u, job.session);
-    EXPECT_EQ(Reply(kStartKeepAlives), job.command->Ask(StartKeepAlivesRequest(5, 20), 16));
-    job.command->Send(KeepAlive());
-    EXPECT_EQ(Notification(Lpq(0, kReceivingData)), job.command->Ask(LpqRequest(), 26));
-    job.data.Send(Card(70000));
-    job.data.HangUp();
-    EXPECT_FALSE(job.command->HasBytes(Milliseconds(50)));
-    EXPECT_EQ("command connection 1, step 6, Wait: did not come about",
-              server.FirstStepNotPlayed(Milliseconds(1)));
-    printed.Open();
-    EXPECT_EQ(Join(KeepAlive(), Notification(Lpq(0, kFinished))), job.command->Read(42));
-    job.command->HangUp();
-    EXPECT_EQ("", server.FirstStepNotPlayed());
-    EXPECT_EQ(Card(70000), server.Documents().at(0).bytes);
 }
 
 TEST(PrintServerScriptTest, TellsTheFirstStepThatCameOutOtherwise)
@@ -403,22 +288,6 @@ TEST(PrintServerScriptTest, TellsTheFirstStepThatCameOutOtherwise)
     EXPECT_EQ("data connection 2 came without a script", other.FirstStepNotPlayed());
 }
 
-TEST(PrintServerListeningTest, RefusesHangsAndWelcomesAgain)
-{
-    PrintServer server;
-    EXPECT_THROW(PrintServer({.port = server.Port()}), ListenError);
-    const auto connects = [&] {
-        return ConnectTo("127.0.0.1", server.Port(), Milliseconds(300)).has_value();
-    };
-    EXPECT_TRUE(connects());
-    server.Refuse(Channel::Data);
-    EXPECT_FALSE(connects());
-    server.Hang(Channel::Data);
-    EXPECT_FALSE(connects());
-    server.Welcome(Channel::Data);
-    EXPECT_EQ(8u, Client(server.Port()).Read(8).size());
-}
-
 TEST(PrintServerStopTest, FreesEveryThreadWhateverItWaitsFor)
 {
     Observer quiet = [](const Event&) {};
@@ -427,7 +296,7 @@ TEST(PrintServerStopTest, FreesEveryThreadWhateverItWaitsFor)
     OpenJob deaf(server);
     deaf.data.Send(Card(10));
     OpenJob flooded(server);
-    server.Command().Accept().Wait(Gate());
+    server.Command().Accept().Wait([] { return false; });
     Client scripted(server.Port() + 2);
     std::thread flood([&] {
         // The client reads nothing, so in the end this blocks until the server stops.
@@ -438,29 +307,6 @@ TEST(PrintServerStopTest, FreesEveryThreadWhateverItWaitsFor)
     server.Stop();
     flood.join();
     EXPECT_EQ(0, server.OpenConnections(Channel::Data) + server.OpenConnections(Channel::Command));
-}
-
-TEST(PrintServerConcurrencyTest, KeepsManyJobsApart)
-{
-    PrintServer server;
-    std::vector<std::thread> clients;
-    for (std::size_t number = 1; number <= 6; ++number) {
-        clients.emplace_back([&server, number] {
-            OpenJob job(server);
-            EXPECT_EQ(Notification(Lpq(0, kReceivingData)), job.command->Ask(LpqRequest(), 26));
-            job.data.Send(Card(number * 10000));
-            job.data.HangUp();
-            const Bytes told = job.command->Read(26);
-            EXPECT_EQ(Notification(Lpq(0, kFinished)), told);
-        });
-    }
-    for (std::thread& client : clients)
-        client.join();
-    std::vector<std::uint64_t> sizes;
-    for (const Document& document : server.Documents())
-        sizes.push_back(document.bytes == Card(document.size) ? document.size : 0);
-    std::sort(sizes.begin(), sizes.end());
-    EXPECT_EQ((std::vector<std::uint64_t>{10000, 20000, 30000, 40000, 50000, 60000}), sizes);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "link/resolver.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/link_fixture.h"
 
 namespace {
@@ -176,7 +177,7 @@ TEST_F(SyncSocket, DumpsWhatItSendsAndWhatItSees)
 // user.
 TEST_F(SyncSocket, DisconnectFreesABlockedCall)
 {
-    printserver::Gate never;
+    const auto never = [] { return false; };
     const struct {
         const char* name;
         std::function<bool(CSyncSocket&)> call;
@@ -340,6 +341,17 @@ TEST_F(SyncSocket, ResolvesTheSameWithoutTheNewerCalls)
         SCOPED_TRACE(name);
         EXPECT_EQ(NumericList(found, name), NumericList(substitutes, name));
     }
+    ADDRINFOA* list = nullptr;
+    const ADDRINFOA hints{};
+    int withoutRoom = 0;
+    for (int which = 1, error = -1; error != 0; ++which) {
+        const FailingNew failing(which);
+        error = LegacyGetAddrInfo("cards.test", "9100", &hints, &list);
+        withoutRoom += error == WSAENOBUFS ? 1 : 0;
+        EXPECT_EQ(error == 0, list != nullptr);
+    }
+    EXPECT_EQ(2, withoutRoom);
+    LegacyFreeAddrInfo(list);
     char text[64];
     const SOCKADDR_IN address{};
     EXPECT_EQ(WSAEFAULT, LegacyGetNameInfo(reinterpret_cast<const SOCKADDR*>(&address), 4, text, sizeof text,

@@ -51,40 +51,6 @@ TEST_F(WholeJob, GoesOverTheWireByteForByte)
     EXPECT_TRUE(log.Has("Received session id 7."));
 }
 
-TEST_F(WholeJob, SpeaksTheFirstVersionToOldServers)
-{
-    for (const std::string version : {"1.0", ""}) {
-        SCOPED_TRACE("version '" + version + "'");
-        ServeVersion(version);
-        log.Clear();
-        ASSERT_TRUE(StartJob());
-        ASSERT_TRUE(Write(SampleDocument(100)));
-        Sleep(12000);  // two periods of the monitor's keep-alive
-        ASSERT_TRUE(End());
-        const ConnectionReport report = server->Report(Channel::Command, 1);
-        ASSERT_EQ(4u, report.frames.size());
-        EXPECT_EQ(Hex(StartKeepAlivesRequest(5)), Hex(Frame(report.frames[2])));
-        EXPECT_EQ(version.empty(), log.Has("Defaulting communication protocol version to 1.0"));
-        EXPECT_TRUE(log.Has("Received a keep-alive."));
-    }
-}
-
-TEST_F(WholeJob, ShowsOneWriteInTheLogAsATree)
-{
-    ASSERT_TRUE(StartJob());
-    log.Clear();
-    ASSERT_TRUE(Write({0x1B, 0x45}));
-    EXPECT_EQ((std::vector<std::string>{"gWritePort", "{krelIniPort::writePort", "    {CSyncSocket::Send",
-                                        ":1b:45", "    }CSyncSocket::Send", "}krelIniPort::writePort"}),
-              log.MessagesOfThread(GetCurrentThreadId()));
-    const std::string tag = "127.0.0.1:" + std::to_string(server->Port());
-    for (const LogLine& line : log.All()) {
-        EXPECT_TRUE(line.wellFormed);
-        EXPECT_EQ(tag, line.tag);
-    }
-    EXPECT_TRUE(End());
-}
-
 TEST_F(WholeJob, ReportsOneFaultOncePerLevelFromTheInsideOut)
 {
     server->FaultAt(Step::SessionId, Fault::Close());
@@ -113,15 +79,8 @@ TEST_F(WholeJob, PrintsAfterAFailedSetUp)
         Fault fault;
         const char* text;
     } failures[] = {
-        {Step::AcceptData, Fault::Reset(), "Failed to open data channel."},
         {Step::TransMode, Fault::Close(), "Failed to open data channel."},
         {Step::AcceptCommand, Fault::Close(), "Failed to open command channel."},
-        {Step::VersionReply, Fault::Error(5), "Failed to open command channel."},
-        {Step::VersionReply, Fault::Silence(), "Timed-out while waiting for protocol version."},
-        {Step::BindReply, Fault::Error(2), "Received response indicates error 2."},
-        {Step::BindReply, Fault::Drop(), "Timed-out while waiting for confirmation of the bind request."},
-        {Step::StartKeepAlivesReply, Fault::WrongId(99), "Failed to start notifications."},
-        {Step::FirstLpqInfo, Fault::Reset(), "Failed to start LPQInfo notifications."},
         {Step::FirstLpqInfo, Fault::Payload(Bytes(9)), "Failed to start LPQInfo notifications."},
         {Step::FirstLpqInfo, Fault::HugeLength(), "Failed to start LPQInfo notifications."},
     };

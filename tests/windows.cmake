@@ -34,9 +34,10 @@ add_custom_target(switched_objects DEPENDS ${switched_objects})
 
 add_executable(farlink_tests
     support/real_calls_windows.cpp
-    support/windows/call_orders.cpp
+    ../platform/call_orders.cpp
     support/windows/import_pointers.cpp
     support/windows/main.cpp
+    support/windows/ordered_system.cpp
     support/windows/switched_calls.cpp
     support/windows/switched_sockets.cpp
     windows/import_hooks.cpp)

@@ -2,33 +2,19 @@
 
 // How a call of the layer meets the switches of test_switches.h, and how it keeps exceptions to itself.
 
-#include <atomic>
 #include <exception>
 
+#include "platform/call_orders.h"
 #include "platform/posix/win32_kernel.h"
 
 namespace posix_layer {
 
-// True while some call is ordered to fail or to be counted.
-extern std::atomic<bool> callsAreWatched;
-
-// Counts the call.
-void CountWatchedCall(const char* name);
-
-// The same; true, with the ordered error as last error, when this one is to fail.
-bool WatchedCallFails(const char* name);
-
-// Stands first in every call. Costs one relaxed load while no test has ordered anything.
-inline bool CallFails(const char* name)
-{
-    return callsAreWatched.load(std::memory_order_relaxed) && WatchedCallFails(name);
-}
+using call_orders::CallFails;
 
 // For the calls that can't fail: they are only counted.
 inline void CountCall(const char* name)
 {
-    if (callsAreWatched.load(std::memory_order_relaxed))
-        CountWatchedCall(name);
+    (void)CallFails(name);
 }
 
 // The frame of a call that allocates: `body` runs unless the call is ordered to fail, and running out

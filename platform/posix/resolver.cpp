@@ -1,9 +1,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "platform/call_orders.h"
 #include "platform/platform.h"
 #include "platform/posix/call_switch.h"
-#include "platform/posix/ordered_resolutions.h"
 #include "platform/posix/socket_startup.h"
 #include "platform/posix/system_resolver.h"
 
@@ -35,7 +35,7 @@ bool IsWellFormed(std::string_view name)
 
 int FindAddresses(const char* name, std::vector<ULONG>* addresses)
 {
-    if (const auto ordered = posix_layer::OrderedResolution(name)) {
+    if (const auto ordered = call_orders::Resolution(name)) {
         for (const std::string& dotted : *ordered) {
             if (const int error = system_resolver::FindAddresses(dotted.c_str(), addresses); error != 0)
                 return error;

@@ -5,24 +5,9 @@
 
 #include "platform/posix/call_switch.h"
 #include "platform/posix/steady_time.h"
+#include "platform/tick_clock.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-using Milliseconds = std::chrono::duration<double, std::milli>;
-
-// The tick count read `anchorTicks` at the real moment `anchor`, and advances by one in each `scale`
-// milliseconds since. A double holds whole milliseconds exactly for far longer than a machine runs.
-struct TickClock {
-    Clock::time_point anchor;
-    double anchorTicks = 0;
-    double scale = 1;
-
-    double TicksAt(Clock::time_point now) const
-    {
-        return anchorTicks + Milliseconds(now - anchor).count() / scale;
-    }
-};
 
 constinit std::mutex clockLock;
 constinit TickClock tickClock;
@@ -33,7 +18,7 @@ DWORD GetTickCount()
 {
     posix_layer::CountCall("GetTickCount");
     const std::lock_guard lock(clockLock);
-    return static_cast<DWORD>(static_cast<std::uint64_t>(tickClock.TicksAt(Clock::now())));
+    return tickClock.Now();
 }
 
 void Sleep(DWORD milliseconds)
@@ -71,21 +56,20 @@ namespace posix_layer {
 RealTime DeadlineAfter(DWORD milliseconds)
 {
     const std::lock_guard lock(clockLock);
-    const Milliseconds real(milliseconds * tickClock.scale);
-    return Clock::now() + std::chrono::duration_cast<Clock::duration>(real);
+    const TickClock::Milliseconds real(milliseconds * tickClock.scale);
+    return TickClock::Clock::now() + std::chrono::duration_cast<TickClock::Clock::duration>(real);
 }
 
 void SetTimeScale(double scale)
 {
     const std::lock_guard lock(clockLock);
-    const auto now = Clock::now();
-    tickClock = {now, tickClock.TicksAt(now), scale};
+    tickClock.SetScale(scale);
 }
 
 void SetTickCount(DWORD tick)
 {
     const std::lock_guard lock(clockLock);
-    tickClock = {Clock::now(), static_cast<double>(tick), tickClock.scale};
+    tickClock.SetTicks(tick);
 }
 
 void ResetTime()

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <cstring>
-
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
 
@@ -45,11 +42,10 @@ inline Bytes Cut(Bytes bytes, std::size_t size)
     return bytes;
 }
 
+// Without a NUL.
 inline Bytes WideBytes(const WideString& text)
 {
-    Bytes bytes(text.size() * sizeof(WCHAR));
-    std::memcpy(bytes.data(), text.data(), bytes.size());
-    return bytes;
+    return Cut(WithNul(text), text.size() * sizeof(WCHAR));
 }
 
 // A monitor whose only port is "Card", on server "server" at 9100, beside another monitor's "COM1:".

@@ -88,20 +88,9 @@ void MonitorFixture::TearDown()
     ResetPlatform();
 }
 
-MONITORINIT MonitorFixture::Init()
-{
-    MONITORINIT init{};
-    init.cbSize = sizeof(init);
-    init.hSpooler = registry.SpoolerHandle();
-    init.hckRegistryRoot = registry.Root();
-    init.pMonitorReg = registry.Callbacks();
-    init.bLocal = TRUE;
-    return init;
-}
-
 void MonitorFixture::Start()
 {
-    MONITORINIT init = Init();
+    MONITORINIT init = registry.Init();
     table = InitializePrintMonitor2(&init, &monitor);
     ASSERT_NE(nullptr, table);
     spooler.AttachMonitor(table, monitor);
@@ -134,9 +123,7 @@ DWORD MonitorFixture::AddPort(const WideString& name, const WideString& server, 
 
 DWORD MonitorFixture::DeletePort(const WideString& name)
 {
-    std::vector<BYTE> input((name.size() + 1) * sizeof(WCHAR));
-    std::copy_n(reinterpret_cast<const BYTE*>(name.c_str()), input.size(), input.begin());
-    return OpenXcv({}).Call(TEXT("DeletePort"), input).result;
+    return OpenXcv({}).Call(TEXT("DeletePort"), WithNul(name)).result;
 }
 
 DWORD MonitorFixture::SetKeepAlive(const WideString& port, WORD periodSeconds, WORD timeoutSeconds)

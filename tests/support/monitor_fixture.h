@@ -66,8 +66,6 @@ protected:
     // Nothing without a running monitor. TearDown does it too.
     void Shutdown();
     void Restart();
-    // What the spooler hands the monitor.
-    MONITORINIT Init();
 
     // Commands as an administrator gives them, with their results.
     XcvSession OpenXcv(const WideString& object, ACCESS_MASK access = SERVER_ACCESS_ADMINISTER);

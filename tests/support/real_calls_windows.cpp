@@ -1,8 +1,8 @@
 #include <string_view>
 
+#include "platform/call_orders.h"
 #include "platform/test_switches.h"
 #include "tests/support/real_calls.h"
-#include "tests/support/windows/call_orders.h"
 #include "tests/support/windows/switched_calls.h"
 #include "tests/windows/import_hooks.h"
 

@@ -9,124 +9,104 @@
 
 // The C functions of the table; the spooler handle is the double's address.
 struct RegistryCallbacks {
-    static RegistryDouble& Of(HANDLE spooler, Registry callback)
+    using Key = RegistryDouble::Key;
+
+    // Finds the double and the key, and does the call's work on them, unless it is to fail. The double's own
+    // memory never runs out.
+    template <class Work>
+    static LONG Run(HANDLE spooler, Registry callback, HKEYMONITOR handle, LPCWSTR name, Work work)
     {
+        const UntouchedNew untouched;
         RegistryDouble& registry = *static_cast<RegistryDouble*>(spooler);
         registry.RunHook(callback);
-        return registry;
+        const std::lock_guard held(registry.lock);
+        const LONG error = registry.Begin(callback, handle, name);
+        return error != ERROR_SUCCESS ? error : static_cast<LONG>(work(registry, *registry.handles[handle]));
     }
 
     static LONG CreateKey(HKEYMONITOR parent, LPCWSTR name, DWORD, REGSAM, SECURITY_ATTRIBUTES*,
                           HKEYMONITOR* key, DWORD*, HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::CreateKey);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::CreateKey, parent, name))
-            return error;
-        *key = registry.NewHandle(RegistryDouble::MakeSubkey(*registry.handles[parent], Narrow(name)));
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::CreateKey, parent, name, [&](RegistryDouble& registry, Key& in) {
+            *key = registry.NewHandle(RegistryDouble::MakeSubkey(in, Narrow(name)));
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG OpenKey(HKEYMONITOR parent, LPCWSTR name, REGSAM, HKEYMONITOR* key, HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::OpenKey);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::OpenKey, parent, name))
-            return error;
-        const auto found = RegistryDouble::Subkey(*registry.handles[parent], Narrow(name));
-        if (found == nullptr)
-            return ERROR_FILE_NOT_FOUND;
-        *key = registry.NewHandle(found);
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::OpenKey, parent, name, [&](RegistryDouble& registry, Key& in) -> LONG {
+            const auto found = RegistryDouble::Subkey(in, Narrow(name));
+            if (found == nullptr)
+                return ERROR_FILE_NOT_FOUND;
+            *key = registry.NewHandle(found);
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG CloseKey(HKEYMONITOR key, HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::CloseKey);
-        std::lock_guard held(registry.lock);
-        if (key == registry.rootHandle)
-            registry.faults.push_back("the spooler's root key was closed");
-        const LONG error = registry.Begin(Registry::CloseKey, key, nullptr);
-        registry.handles.erase(key);
-        return error;
+        return Run(spooler, Registry::CloseKey, key, nullptr, [&](RegistryDouble& registry, Key&) {
+            if (key == registry.rootHandle)
+                registry.faults.push_back("the spooler's root key was closed");
+            registry.handles.erase(key);
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG DeleteKey(HKEYMONITOR parent, LPCWSTR name, HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::DeleteKey);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::DeleteKey, parent, name))
-            return error;
-        RegistryDouble::Key& key = *registry.handles[parent];
-        const auto found = RegistryDouble::Subkey(key, Narrow(name));
-        if (found == nullptr)
-            return ERROR_FILE_NOT_FOUND;
-        if (!found->subkeys.empty())
-            return ERROR_ACCESS_DENIED;
-        key.subkeys.erase(RegistryDouble::PlaceOf(key, Narrow(name)));
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::DeleteKey, parent, name, [&](RegistryDouble&, Key& in) -> LONG {
+            const auto found = RegistryDouble::Subkey(in, Narrow(name));
+            if (found == nullptr)
+                return ERROR_FILE_NOT_FOUND;
+            if (!found->subkeys.empty())
+                return ERROR_ACCESS_DENIED;
+            in.subkeys.erase(RegistryDouble::PlaceOf(in, Narrow(name)));
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG EnumKey(HKEYMONITOR key, DWORD index, LPWSTR name, DWORD* length, FILETIME*, HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::EnumKey);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::EnumKey, key, nullptr))
-            return error;
-        const auto& subkeys = registry.handles[key]->subkeys;
-        if (index >= subkeys.size())
-            return ERROR_NO_MORE_ITEMS;
-        const WideString found = Wide(subkeys[index]->name);
-        if (found.size() >= *length)
-            return ERROR_MORE_DATA;
-        std::memcpy(name, found.c_str(), (found.size() + 1) * sizeof(WCHAR));
-        *length = static_cast<DWORD>(found.size());
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::EnumKey, key, nullptr, [&](RegistryDouble&, Key& in) -> LONG {
+            if (index >= in.subkeys.size())
+                return ERROR_NO_MORE_ITEMS;
+            const WideString found = Wide(in.subkeys[index]->name);
+            if (found.size() >= *length)
+                return ERROR_MORE_DATA;
+            std::memcpy(name, found.c_str(), (found.size() + 1) * sizeof(WCHAR));
+            *length = static_cast<DWORD>(found.size());
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG SetValue(HKEYMONITOR key, LPCWSTR name, DWORD type, const BYTE* data, DWORD size,
                          HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::SetValue);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::SetValue, key, name))
-            return error;
-        registry.handles[key]->values[Narrow(name)] = {type, {data, data + size}};
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::SetValue, key, name, [&](RegistryDouble&, Key& in) {
+            in.values[Narrow(name)] = {type, {data, data + size}};
+            return ERROR_SUCCESS;
+        });
     }
 
     static LONG QueryValue(HKEYMONITOR key, LPCWSTR name, DWORD* type, BYTE* data, DWORD* size,
                            HANDLE spooler)
     {
-        RegistryDouble& registry = Of(spooler, Registry::QueryValue);
-        std::lock_guard held(registry.lock);
-        if (const LONG error = registry.Begin(Registry::QueryValue, key, name))
-            return error;
-        const auto& values = registry.handles[key]->values;
-        const auto found = values.find(Narrow(name));
-        if (found == values.end())
-            return ERROR_FILE_NOT_FOUND;
-        const DWORD room = *size;
-        *size = static_cast<DWORD>(found->second.bytes.size());
-        if (*size > room)
-            return ERROR_MORE_DATA;
-        *type = found->second.type;
-        std::copy(found->second.bytes.begin(), found->second.bytes.end(), data);
-        return ERROR_SUCCESS;
+        return Run(spooler, Registry::QueryValue, key, name, [&](RegistryDouble&, Key& in) -> LONG {
+            const auto found = in.values.find(Narrow(name));
+            if (found == in.values.end())
+                return ERROR_FILE_NOT_FOUND;
+            const DWORD room = *size;
+            *size = static_cast<DWORD>(found->second.bytes.size());
+            if (*size > room)
+                return ERROR_MORE_DATA;
+            *type = found->second.type;
+            std::copy(found->second.bytes.begin(), found->second.bytes.end(), data);
+            return ERROR_SUCCESS;
+        });
     }
 };
-
-namespace {
-
-// The callback as the monitor gets it: the double's own memory never runs out.
-template <auto callback, class... Args>
-LONG Untouched(Args... args)
-{
-    const UntouchedNew untouched;
-    return callback(args...);
-}
-
-}  // namespace
 
 bool RegistryDouble::IgnoringCase::operator()(const std::string& left, const std::string& right) const
 {
@@ -138,63 +118,56 @@ bool RegistryDouble::IgnoringCase::operator()(const std::string& left, const std
 RegistryDouble::RegistryDouble() : callbacks{}, root(std::make_shared<Key>())
 {
     callbacks.cbSize = sizeof(callbacks);
-    callbacks.fpCreateKey = Untouched<RegistryCallbacks::CreateKey>;
-    callbacks.fpOpenKey = Untouched<RegistryCallbacks::OpenKey>;
-    callbacks.fpCloseKey = Untouched<RegistryCallbacks::CloseKey>;
-    callbacks.fpDeleteKey = Untouched<RegistryCallbacks::DeleteKey>;
-    callbacks.fpEnumKey = Untouched<RegistryCallbacks::EnumKey>;
-    callbacks.fpSetValue = Untouched<RegistryCallbacks::SetValue>;
-    callbacks.fpQueryValue = Untouched<RegistryCallbacks::QueryValue>;
+    callbacks.fpCreateKey = RegistryCallbacks::CreateKey;
+    callbacks.fpOpenKey = RegistryCallbacks::OpenKey;
+    callbacks.fpCloseKey = RegistryCallbacks::CloseKey;
+    callbacks.fpDeleteKey = RegistryCallbacks::DeleteKey;
+    callbacks.fpEnumKey = RegistryCallbacks::EnumKey;
+    callbacks.fpSetValue = RegistryCallbacks::SetValue;
+    callbacks.fpQueryValue = RegistryCallbacks::QueryValue;
     rootHandle = NewHandle(root);
 }
 
 RegistryDouble::~RegistryDouble() = default;
 
-void RegistryDouble::MakeKey(const std::string& path)
+MONITORINIT RegistryDouble::Init()
 {
-    std::lock_guard held(lock);
-    Make(path);
+    MONITORINIT init{};
+    init.cbSize = sizeof(init);
+    init.hSpooler = this;
+    init.hckRegistryRoot = rootHandle;
+    init.pMonitorReg = &callbacks;
+    init.bLocal = TRUE;
+    return init;
 }
 
 void RegistryDouble::SetDword(const std::string& path, const std::string& name, DWORD value)
 {
-    std::vector<BYTE> bytes(sizeof(value));
-    std::memcpy(bytes.data(), &value, sizeof(value));
-    std::lock_guard held(lock);
-    Make(path)->values[name] = {REG_DWORD, bytes};
+    Set(path, name, REG_DWORD, &value, sizeof(value));
 }
 
 void RegistryDouble::SetText(const std::string& path, const std::string& name, const WideString& value)
 {
-    std::vector<BYTE> bytes((value.size() + 1) * sizeof(WCHAR));
-    std::memcpy(bytes.data(), value.c_str(), bytes.size());
-    std::lock_guard held(lock);
-    Make(path)->values[name] = {REG_SZ, bytes};
+    Set(path, name, REG_SZ, value.c_str(), (value.size() + 1) * sizeof(WCHAR));
 }
 
 void RegistryDouble::SetBytes(const std::string& path, const std::string& name,
                               const std::vector<BYTE>& bytes)
 {
-    std::lock_guard held(lock);
-    Make(path)->values[name] = {REG_BINARY, bytes};
+    Set(path, name, REG_BINARY, bytes.data(), bytes.size());
 }
 
-void RegistryDouble::DeleteValue(const std::string& path, const std::string& name)
+void RegistryDouble::Set(const std::string& path, const std::string& name, DWORD type, const void* data,
+                         std::size_t size)
 {
-    std::lock_guard held(lock);
-    Make(path)->values.erase(name);
+    const auto* bytes = static_cast<const BYTE*>(data);
+    Locked([&] { Make(path)->values[name] = {type, {bytes, bytes + size}}; });
 }
 
 void RegistryDouble::AddPort(const std::string& name, const WideString& server, DWORD number)
 {
     SetText("Ports/" + name, "Print Server", server);
     SetDword("Ports/" + name, "Port Number", number);
-}
-
-bool RegistryDouble::HasKey(const std::string& path) const
-{
-    std::lock_guard held(lock);
-    return Find(path) != nullptr;
 }
 
 std::vector<std::string> RegistryDouble::Subkeys(const std::string& path) const
@@ -234,57 +207,10 @@ std::optional<WideString> RegistryDouble::Text(const std::string& path, const st
     return text;
 }
 
-void RegistryDouble::Fail(Registry callback, LONG error, int skip, int times)
-{
-    std::lock_guard held(lock);
-    failures[callback] = {error, skip, times};
-}
-
-void RegistryDouble::StopFailing()
-{
-    std::lock_guard held(lock);
-    failures.clear();
-}
-
-void RegistryDouble::Before(Registry callback, std::function<void()> hook)
-{
-    std::lock_guard held(lock);
-    hooks[callback] = std::move(hook);
-}
-
 void RegistryDouble::RunHook(Registry callback)
 {
-    std::function<void()> hook;
-    {
-        std::lock_guard held(lock);
-        hook = hooks[callback];
-    }
-    if (hook)
+    if (const std::function<void()> hook = Locked([&] { return hooks[callback]; }))
         hook();
-}
-
-std::vector<RegistryCall> RegistryDouble::Calls() const
-{
-    std::lock_guard held(lock);
-    return calls;
-}
-
-void RegistryDouble::ForgetCalls()
-{
-    std::lock_guard held(lock);
-    calls.clear();
-}
-
-int RegistryDouble::OpenKeys() const
-{
-    std::lock_guard held(lock);
-    return static_cast<int>(handles.size()) - 1;
-}
-
-std::vector<std::string> RegistryDouble::Faults() const
-{
-    std::lock_guard held(lock);
-    return faults;
 }
 
 RegistryDouble::SubkeyPlace RegistryDouble::PlaceOf(Key& parent, const std::string& name)
@@ -312,23 +238,13 @@ std::shared_ptr<RegistryDouble::Key> RegistryDouble::MakeSubkey(Key& parent, con
     return made;
 }
 
-std::shared_ptr<RegistryDouble::Key> RegistryDouble::Find(const std::string& path) const
+std::shared_ptr<RegistryDouble::Key> RegistryDouble::Walk(
+    const std::string& path, std::shared_ptr<Key> (*step)(Key& parent, const std::string& name)) const
 {
     std::shared_ptr<Key> key = root;
     for (std::size_t at = 0; key != nullptr && at < path.size();) {
         const std::size_t end = std::min(path.find('/', at), path.size());
-        key = Subkey(*key, path.substr(at, end - at));
-        at = end + 1;
-    }
-    return key;
-}
-
-std::shared_ptr<RegistryDouble::Key> RegistryDouble::Make(const std::string& path)
-{
-    std::shared_ptr<Key> key = root;
-    for (std::size_t at = 0; at < path.size();) {
-        const std::size_t end = std::min(path.find('/', at), path.size());
-        key = MakeSubkey(*key, path.substr(at, end - at));
+        key = step(*key, path.substr(at, end - at));
         at = end + 1;
     }
     return key;

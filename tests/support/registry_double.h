@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/platform.h"
@@ -30,22 +31,29 @@ public:
     RegistryDouble();
     ~RegistryDouble();
 
-    // For a MONITORINIT: the table, the root's handle, and the handle that every callback must be given.
+    // What a spooler hands the monitor, and its parts: the table, the root's handle, and the handle that
+    // every callback must be given.
+    MONITORINIT Init();
     MONITORREG* Callbacks() { return &callbacks; }
     HKEYMONITOR Root() { return rootHandle; }
     HANDLE SpoolerHandle() { return this; }
 
     // --- content; keys are named by their path ("Ports/Card 1") and made when missing ---
 
-    void MakeKey(const std::string& path);
+    void MakeKey(const std::string& path)
+    {
+        Locked([&] { Make(path); });
+    }
     void SetDword(const std::string& path, const std::string& name, DWORD value);
     void SetText(const std::string& path, const std::string& name, const WideString& value);
     void SetBytes(const std::string& path, const std::string& name, const std::vector<BYTE>& bytes);
-    void DeleteValue(const std::string& path, const std::string& name);
     // A sound entry for a port.
     void AddPort(const std::string& name, const WideString& server, DWORD number);
 
-    bool HasKey(const std::string& path) const;
+    bool HasKey(const std::string& path) const
+    {
+        return Locked([&] { return Find(path) != nullptr; });
+    }
     std::vector<std::string> Subkeys(const std::string& path) const;
     std::optional<DWORD> Dword(const std::string& path, const std::string& name) const;
     // The value without its NUL; nothing when it is missing or stored without one.
@@ -54,18 +62,39 @@ public:
     // --- faults ---
 
     // That callback fails with the error, after letting `skip` calls through, `times` times.
-    void Fail(Registry callback, LONG error, int skip = 0, int times = 1);
-    void StopFailing();
+    void Fail(Registry callback, LONG error, int skip = 0, int times = 1)
+    {
+        Locked([&] { failures[callback] = {error, skip, times}; });
+    }
+    void StopFailing()
+    {
+        Locked([&] { failures.clear(); });
+    }
     // Runs at the start of such calls, on the monitor's thread and without any lock of the double held.
-    void Before(Registry callback, std::function<void()> hook);
+    void Before(Registry callback, const std::function<void()>& hook)
+    {
+        Locked([&] { hooks[callback] = hook; });
+    }
 
     // --- the record ---
 
-    std::vector<RegistryCall> Calls() const;
-    void ForgetCalls();
-    int OpenKeys() const;  // not counting the root
+    std::vector<RegistryCall> Calls() const
+    {
+        return Locked([&] { return calls; });
+    }
+    void ForgetCalls()
+    {
+        Locked([&] { calls.clear(); });
+    }
+    int OpenKeys() const  // not counting the root
+    {
+        return Locked([&] { return static_cast<int>(handles.size()) - 1; });
+    }
     // What no monitor may do: a use of a closed key, a closed root ... Empty when all is well.
-    std::vector<std::string> Faults() const;
+    std::vector<std::string> Faults() const
+    {
+        return Locked([&] { return faults; });
+    }
 
 private:
     struct IgnoringCase {
@@ -92,10 +121,20 @@ private:
     static SubkeyPlace PlaceOf(Key& parent, const std::string& name);
     static std::shared_ptr<Key> Subkey(Key& parent, const std::string& name);
     static std::shared_ptr<Key> MakeSubkey(Key& parent, const std::string& name);
-    std::shared_ptr<Key> Find(const std::string& path) const;
-    std::shared_ptr<Key> Make(const std::string& path);
+    std::shared_ptr<Key> Walk(const std::string& path,
+                              std::shared_ptr<Key> (*step)(Key& parent, const std::string& name)) const;
+    std::shared_ptr<Key> Find(const std::string& path) const { return Walk(path, Subkey); }
+    std::shared_ptr<Key> Make(const std::string& path) { return Walk(path, MakeSubkey); }
+    void Set(const std::string& path, const std::string& name, DWORD type, const void* data,
+             std::size_t size);
     HKEYMONITOR NewHandle(std::shared_ptr<Key> key);
 
+    template <class Work>
+    std::invoke_result_t<Work> Locked(Work work) const
+    {
+        const std::lock_guard held(lock);
+        return work();
+    }
     void RunHook(Registry callback);
     // Records the call; 0 or the error with which it has to end. The lock is held.
     LONG Begin(Registry callback, HKEYMONITOR handle, LPCWSTR name);

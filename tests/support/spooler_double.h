@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "platform/platform.h"
@@ -28,11 +29,11 @@ enum class Spooler {
 
 struct SpoolerCall {
     Spooler call;
-    DWORD threadId;
-    std::string printerName;  // OpenPrinter; "NULL" for none
-    DWORD jobId = 0;          // GetJob, SetJob
-    DWORD command = 0;        // SetJob
-    DWORD level = 0;          // GetJob, SetJob, EnumPorts
+    DWORD threadId = 0;
+    std::string printerName = {};  // OpenPrinter; "NULL" for none
+    DWORD jobId = 0;               // GetJob, SetJob
+    DWORD command = 0;             // SetJob
+    DWORD level = 0;               // GetJob, SetJob, EnumPorts
 };
 
 // The spooler as the test binary's own definitions of its calls (OpenPrinterW, SetJobW ...) show it to the
@@ -51,32 +52,52 @@ public:
     // The next `times` such calls fail with the error (calls with a pointer as result give null).
     void Refuse(Spooler call, DWORD error, int times = 1000000);
     // Such calls stop at the gate until it is opened.
-    Gate Block(Spooler call);
-    void Before(Spooler call, std::function<void()> hook);
-    void After(Spooler call, std::function<void()> hook);
+    Gate Block(Spooler call)
+    {
+        return Locked([&] { return orders[call].gate.emplace(); });
+    }
+    void Before(Spooler call, const std::function<void()>& hook)
+    {
+        Locked([&] { orders[call].before = hook; });
+    }
+    void After(Spooler call, const std::function<void()>& hook)
+    {
+        Locked([&] { orders[call].after = hook; });
+    }
     // The Status of every job from now on, and the size that GetJobW asks for.
-    void ServeJobStatus(DWORD status);
-    void ServeJobSize(DWORD bytes);
+    void ServeJobStatus(DWORD status)
+    {
+        Locked([&] { jobStatus = status; });
+    }
+    void ServeJobSize(DWORD bytes)
+    {
+        Locked([&] { jobSize = bytes; });
+    }
     // A port of another monitor, listed by EnumPortsW together with those of the attached monitors.
-    void AddForeignPort(const WideString& name);
-    void AttachMonitor(const MONITOR2* table, HANDLE monitor);
+    void AddForeignPort(const WideString& name)
+    {
+        Locked([&] { foreignPorts.push_back(name); });
+    }
+    void AttachMonitor(const MONITOR2* table, HANDLE monitor)
+    {
+        Locked([&] { monitors.emplace_back(table, monitor); });
+    }
     void DetachMonitor(HANDLE monitor);
 
     // --- the record ---
 
-    std::vector<SpoolerCall> Calls() const;
     std::vector<SpoolerCall> Calls(Spooler call) const;
     int Count(Spooler call) const { return static_cast<int>(Calls(call).size()); }
     // The commands of SetJobW in order.
     std::vector<DWORD> JobCommands() const;
     // Those for one job, whose calls are dropped from the record.
     std::vector<DWORD> TakeJobCommands(DWORD jobId);
-    int OpenPrinters() const;
+    int OpenPrinters() const { return static_cast<int>(Copy(printers).size()); }
     // Threads that still run under the spooler's identity, and libraries not given back.
-    int IdentitiesOut() const;
-    int LibrariesLoaded() const;
+    int IdentitiesOut() const { return static_cast<int>(Copy(revertedThreads).size()); }
+    int LibrariesLoaded() const { return Copy(libraries); }
     // What no monitor may do: a use of a closed printer, a second close ... Empty when all is well.
-    std::vector<std::string> Faults() const;
+    std::vector<std::string> Faults() const { return Copy(faults); }
 
     // --- called by the definitions of the spooler's calls ---
 
@@ -100,9 +121,28 @@ private:
         std::function<void()> after;
     };
 
-    bool Begin(SpoolerCall call);  // false: refused, with the last error set
-    void End(Spooler call);
-    bool IsPrinter(HANDLE printer, const char* caller);
+    template <class Work>
+    std::invoke_result_t<Work> Locked(Work work) const
+    {
+        const std::lock_guard held(lock);
+        return work();
+    }
+    template <class Value>
+    Value Copy(const Value& value) const
+    {
+        return Locked([&] { return value; });
+    }
+    // A call from its record to its `after` hook; `work` is done in between. False if it is refused, with the
+    // last error set, or if the work came to nothing.
+    bool Play(SpoolerCall call, const std::function<bool()>& work);
+    // The same with the work done under the lock.
+    template <class Work>
+    bool PlayLocked(SpoolerCall call, Work work)
+    {
+        return Play(std::move(call), [&] { return Locked(work); });
+    }
+    bool IsRefused(Spooler call);
+    bool IsPrinter(HANDLE printer, const char* caller);  // the lock is held
     std::vector<WideString> ListPorts();
 
     mutable std::mutex lock;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -16,4 +17,11 @@ inline std::string Narrow(WideStringView text)
 inline WideString Wide(const std::string& text)
 {
     return WideString(text.begin(), text.end());
+}
+
+// The text as a tool hands it over, with its NUL.
+inline std::vector<BYTE> WithNul(const WideString& text)
+{
+    const auto* first = reinterpret_cast<const BYTE*>(text.c_str());
+    return {first, first + (text.size() + 1) * sizeof(WCHAR)};
 }

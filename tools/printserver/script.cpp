@@ -123,11 +123,10 @@ Script& Script::AnswerQuery(std::uint32_t control, Bytes payload)
                      QueryReply(control, payload));
 }
 
-Script& Script::Wait(Gate gate)
+Script& Script::Wait(std::function<bool()> isOver)
 {
-    return Add("Wait", [gate = std::move(gate)](ScriptPlayer& player) {
-        return player.WaitUntil([&gate] { return gate.IsOpen(); });
-    });
+    return Add("Wait",
+               [isOver = std::move(isOver)](ScriptPlayer& player) { return player.WaitUntil(isOver); });
 }
 
 Script& Script::HangUp()

@@ -16,22 +16,12 @@ namespace printserver {
 class ScriptPlayer;
 struct ServerState;
 
-// Closed until the test opens it; copies are the same gate.
-class Gate {
-public:
-    void Open() { *open = true; }
-    bool IsOpen() const { return *open; }
-
-private:
-    std::shared_ptr<std::atomic<bool>> open = std::make_shared<std::atomic<bool>>(false);
-};
-
 // What the server does on one connection, step by step:
 //
 //   server.Data().Accept().Send(SessionId(7)).Send(TransMode()).ReceiveAll();
 //   server.Command().Accept().AnswerVersion("1.10").AnswerBind(7).AnswerStartKeepAlives()
-//                   .AnswerStartNotifications(Lpq(0, 2)).Wait(printed).SendNotification(Lpq(0,
-//                   7)).AwaitHangUp();
+//                   .AnswerStartNotifications(Lpq(0, 2)).Wait([&] { return printed.load(); })
+//                   .SendNotification(Lpq(0, 7)).AwaitHangUp();
 //   ...
 //   EXPECT_EQ("", server.FirstStepNotPlayed());
 //
@@ -67,7 +57,7 @@ public:
     Script& AnswerParallelRead(unsigned count);  // the bytes go out by a Send of the data channel's script
     Script& AnswerQuery(std::uint32_t control, Bytes payload);  // whatever its input and output size
 
-    Script& Wait(Gate gate);
+    Script& Wait(std::function<bool()> isOver);  // asked again and again, on the connection's thread
     Script& HangUp();
     Script& Reset();
     Script& AwaitHangUp();  // an end in order or by reset; anything else that arrives first is a fault

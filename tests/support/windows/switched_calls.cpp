@@ -4,7 +4,9 @@
 #include <chrono>
 #include <thread>
 
-#include "tests/support/windows/call_orders.h"
+#include "platform/call_orders.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/windows/ordered_system.h"
 
 using call_orders::CallFails;
 
@@ -13,20 +15,20 @@ using call_orders::CallFails;
 DWORD switched_GetTickCount()
 {
     (void)CallFails("GetTickCount");
-    return call_orders::TickCount();
+    return ordered_system::TickCount();
 }
 
 void switched_Sleep(DWORD milliseconds)
 {
     (void)CallFails("Sleep");
-    Sleep(call_orders::RealWait(milliseconds));
+    Sleep(ordered_system::RealWait(milliseconds));
 }
 
 DWORD switched_WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
     if (CallFails("WaitForSingleObject"))
         return WAIT_FAILED;
-    return WaitForSingleObject(handle, call_orders::RealWait(milliseconds));
+    return WaitForSingleObject(handle, ordered_system::RealWait(milliseconds));
 }
 
 // --- version ---
@@ -35,7 +37,7 @@ BOOL switched_GetVersionExW(OSVERSIONINFOW* version)
 {
     if (CallFails("GetVersionExW") || GetVersionExW(version) == FALSE)
         return FALSE;
-    if (const auto ordered = call_orders::ReportedVersion()) {
+    if (const auto ordered = ordered_system::ReportedVersion()) {
         version->dwMajorVersion = ordered->major;
         version->dwMinorVersion = ordered->minor;
     }
@@ -46,7 +48,7 @@ BOOL switched_VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWOR
 {
     if (CallFails("VerifyVersionInfoW"))
         return FALSE;
-    const auto ordered = call_orders::ReportedVersion();
+    const auto ordered = ordered_system::ReportedVersion();
     if (!ordered)
         return VerifyVersionInfoW(version, typeMask, conditionMask);
     if (version->dwMajorVersion == ordered->major && version->dwMinorVersion == ordered->minor)
@@ -92,9 +94,10 @@ DWORD switched_GetTempPathW(DWORD size, LPWSTR buffer)
 {
     if (CallFails("GetTempPathW"))
         return 0;
-    if (call_orders::TempFolder().empty())
+    if (ordered_system::TempFolder().empty())
         return GetTempPathW(size, buffer);
-    const WideString path = call_orders::TempFolder() + TEXT("\\");
+    const UntouchedNew untouched;
+    const WideString path = ordered_system::TempFolder() + TEXT("\\");
     const auto length = static_cast<DWORD>(path.size());
     if (length >= size)
         return length + 1;

@@ -2,8 +2,8 @@
 #include <mutex>
 #include <set>
 
+#include "platform/call_orders.h"
 #include "tests/support/failing_new.h"
-#include "tests/support/windows/call_orders.h"
 #include "tests/support/windows/switched_calls.h"
 
 using call_orders::CallFails;
