@@ -50,6 +50,22 @@ private:
     std::size_t room;
 };
 
+// A loop over a few letters known here costs less than the library's call.
+constexpr bool IsOneOf(char letter, const char* letters)
+{
+    while (*letters != '\0' && *letters != letter)
+        letters++;
+    return *letters != '\0';
+}
+
+std::size_t LengthBeforeConversion(const char* format)
+{
+    const char* end = format;
+    while (*end != '\0' && *end != '%')
+        end++;
+    return static_cast<std::size_t>(end - format);
+}
+
 struct Conversion {
     char letter = '\0';
     bool zeroFilled = false;
@@ -65,7 +81,7 @@ Conversion ReadConversion(const char*& format)
         conversion.zeroFilled = true;
     for (; *format >= '0' && *format <= '9' && conversion.width < 100; format++)
         conversion.width = conversion.width * 10 + static_cast<std::size_t>(*format - '0');
-    while (*format != '\0' && std::strchr("lhz", *format) != nullptr)
+    while (IsOneOf(*format, "lhz"))
         format++;
     conversion.letter = *format;
     if (*format != '\0')
@@ -166,9 +182,9 @@ void AppendConversion(CBoundedText& text, const Conversion& conversion, const Fo
 {
     const bool isText =
         argument.kind == FormatArgument::Kind::Narrow || argument.kind == FormatArgument::Kind::Wide;
-    if (std::strchr("sS", conversion.letter) != nullptr && isText)
+    if (IsOneOf(conversion.letter, "sS") && isText)
         AppendText(text, argument);
-    else if (std::strchr("diuxX", conversion.letter) != nullptr && !isText)
+    else if (IsOneOf(conversion.letter, "diuxX") && !isText)
         AppendInteger(text, conversion, argument);
     else
         text.Append("?", 1);
@@ -181,7 +197,7 @@ std::size_t FormatText(char* buffer, std::size_t size, const char* format, Forma
     CBoundedText text(buffer, size);
     const FormatArgument* next = arguments.begin();
     while (*format != '\0' && !text.IsFull()) {
-        const std::size_t plain = std::strcspn(format, "%");
+        const std::size_t plain = LengthBeforeConversion(format);
         text.Append(format, plain);
         format += plain;
         if (*format == '\0')

@@ -13,7 +13,8 @@ constexpr std::size_t kTextSize = 2000;  // of a formatted text, and of a line b
 
 DWORD gTraceDepthSlot = TLS_OUT_OF_INDEXES;
 
-// The thread's number of open scopes. The slot calls set the last error even when they succeed.
+// The thread's number of open scopes. Reading sets the last error even when it succeeds, writing only when
+// it fails.
 int TraceDepth()
 {
     return static_cast<int>(reinterpret_cast<std::intptr_t>(TlsGetValue(gTraceDepthSlot)));
@@ -22,14 +23,6 @@ int TraceDepth()
 void SetTraceDepth(int depth)
 {
     TlsSetValue(gTraceDepthSlot, reinterpret_cast<LPVOID>(static_cast<std::intptr_t>(depth)));
-}
-
-void ChangeTraceDepth(int difference, int& before)
-{
-    const DWORD lastError = GetLastError();
-    before = TraceDepth();
-    SetTraceDepth(before + difference);
-    SetLastError(lastError);
 }
 
 // Writes "%s{%s" and its like: four blanks per level, then the line.
@@ -49,7 +42,10 @@ void CFunctionTrace::Enter(const char* format, FormatArguments arguments)
     if (!EventIsOn(krelpmEventTrace))
         return;
     if (gTraceDepthSlot != TLS_OUT_OF_INDEXES) {
-        ChangeTraceDepth(1, depth);
+        const DWORD lastError = GetLastError();
+        depth = TraceDepth();
+        SetTraceDepth(depth + 1);
+        SetLastError(lastError);
         counted = true;
     }
     if (AnySinkOn())
@@ -70,10 +66,8 @@ void CFunctionTrace::WriteEntry(const char* format, FormatArguments arguments) c
 
 CFunctionTrace::~CFunctionTrace()
 {
-    if (counted) {
-        int before;
-        ChangeTraceDepth(-1, before);
-    }
+    if (counted && gTraceDepthSlot != TLS_OUT_OF_INDEXES)
+        SetTraceDepth(depth);  // scopes end in the reverse of their order
     if (AnySinkOn())
         WriteExit();
 }

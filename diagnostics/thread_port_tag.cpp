@@ -3,7 +3,6 @@
 #include <cstring>
 #include <map>
 #include <new>
-#include <string>
 
 #include "diagnostics/format_text.h"
 #include "diagnostics/locks.h"
@@ -12,15 +11,22 @@ namespace {
 
 constexpr char kNoTag[] = "N/A";
 
+// Kept as it was given: most tags are never printed.
+struct Tag {
+    WCHAR server[49];
+    WORD portNumber;
+};
+
 // On the heap, made and destroyed with the library's attach and detach.
 CLock* gThreadTagLock = nullptr;
-std::map<DWORD, std::string>* gThreadTags THREAD_ANNOTATION(pt_guarded_by(*gThreadTagLock)) = nullptr;
+std::map<DWORD, Tag>* gThreadTags THREAD_ANNOTATION(pt_guarded_by(*gThreadTagLock)) = nullptr;
 
 void CopyTag(char (&tag)[kThreadPortTagSize]) THREAD_ANNOTATION(requires_capability(*gThreadTagLock))
 {
     const auto found = gThreadTags->find(GetCurrentThreadId());
     if (found != gThreadTags->end())
-        FormatText(tag, sizeof(tag), "%s", {found->second.c_str()});
+        FormatText(tag, sizeof(tag), "%S:%u",
+                   {static_cast<const WCHAR*>(found->second.server), found->second.portNumber});
 }
 
 }  // namespace
@@ -29,11 +35,12 @@ CThreadPortTag::CThreadPortTag(LPCWSTR server, WORD portNumber)
 {
     if (server == nullptr || gThreadTagLock == nullptr)
         return;
-    char tag[kThreadPortTagSize];
-    FormatText(tag, sizeof(tag), "%S:%u", {server, portNumber});
     CLockScope held(*gThreadTagLock);
     try {
-        (*gThreadTags)[GetCurrentThreadId()] = tag;
+        Tag& tag = (*gThreadTags)[GetCurrentThreadId()];
+        const std::size_t length = WideStringView(server).copy(tag.server, std::size(tag.server) - 1);
+        tag.server[length] = 0;
+        tag.portNumber = portNumber;
     } catch (const std::bad_alloc&) {  // a job is worth more than its tag
         gThreadTags->erase(GetCurrentThreadId());
     }
@@ -64,7 +71,7 @@ void CreateThreadTags()
     if (gThreadTags != nullptr)
         return;
     gThreadTagLock = new CLock;
-    gThreadTags = new std::map<DWORD, std::string>;
+    gThreadTags = new std::map<DWORD, Tag>;
 }
 
 void DestroyThreadTags() THREAD_ANNOTATION(no_thread_safety_analysis)

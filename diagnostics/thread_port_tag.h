@@ -9,7 +9,7 @@
 // server sets no tag. Without memory for the tag, the lines go untagged.
 class CThreadPortTag {
 public:
-    // `portNumber` is that of the data channel.
+    // `server` has 48 characters at most; `portNumber` is that of the data channel.
     CThreadPortTag(LPCWSTR server, WORD portNumber);
     ~CThreadPortTag();
     CThreadPortTag(const CThreadPortTag&) = delete;

@@ -31,12 +31,12 @@ bool krelIniPort::writePort(const BYTE* pBuffer, DWORD cbBuf, DWORD* pcbWritten)
         trace.Fail("Failed to setup communication channels.");
         return false;
     }
-    const std::shared_ptr<CDataChannel> data = DataChannel();
-    if (!data || IsDeleted()) {
+    const auto [data, command] = Channels();
+    if (!data) {
         trace.Fail("Data channel not setup.");
         return false;
     }
-    if (IsQueued(CommandChannel().get())) {
+    if (IsQueued(command.get())) {
         Store(pcbWritten, 0);
         return true;
     }
@@ -57,9 +57,8 @@ bool krelIniPort::readPort(BYTE* pBuffer, DWORD cbBuffer, DWORD* pcbRead)
         trace.Fail("Failed to setup communication channels.");
         return false;
     }
-    const std::shared_ptr<CDataChannel> data = DataChannel();
-    const std::shared_ptr<CCommandChannel> command = CommandChannel();
-    if (!data || !command || IsDeleted()) {
+    const auto [data, command] = Channels();
+    if (!data || !command) {
         trace.Fail("Data or command channel not setup.");
         return false;
     }

@@ -48,6 +48,12 @@ std::shared_ptr<CDataChannel> krelIniPort::DataChannel() const
     return dataChannel;
 }
 
+krelIniPort::ChannelsInUse krelIniPort::Channels() const
+{
+    CLockScope state(stateSection);
+    return deleted ? ChannelsInUse{} : ChannelsInUse{dataChannel, commandChannel};
+}
+
 bool krelIniPort::IsInChannelMode() const
 {
     CLockScope state(stateSection);

@@ -118,6 +118,8 @@ bool krelIniPort::CanSetUp(DWORD* document) const
 // The first write or read of a document in channel mode makes both channels; later ones find them.
 bool krelIniPort::SetUpDataChannelOnce()
 {
+    if (!IsInChannelMode())
+        return true;
     CLockScope setup(setupSection);
     DWORD document;
     return !CanSetUp(&document) || DataChannel() || SetupCommunicationChannels(true, document);

@@ -26,20 +26,12 @@ Result WithoutExceptions(Result afterException, Forward forward)
     }
 }
 
-CThreadPortTag TagFor(const krelIniPort* port)
-{
-    if (port == nullptr)
-        return {nullptr, 0};
-    const krelPortSettings settings = port->Settings();
-    return {settings.server, settings.portNumber};
-}
-
 template <class Forward>
 BOOL CallPort(HANDLE hPort, const char* function, Forward forward)
 {
     krelIniPort* port = static_cast<krelIniPort*>(hPort);
     const krelPortCall inside(port);  // to the last: the library may be unloaded when no call is inside
-    const CThreadPortTag tag = TagFor(port);
+    const CThreadPortTag tag(port ? inside.Settings().server : nullptr, inside.Settings().portNumber);
     WriteEntryLine(function);
     if (port == nullptr)
         return FALSE;

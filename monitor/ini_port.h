@@ -104,7 +104,7 @@ private:
     friend class krelPortWorker;
 
     // monitor/port_calls.cpp
-    void EnterCall();
+    krelPortSettings EnterCall();
     void LeaveCall();
     void CountWorker(int change);
     void Destroy();
@@ -138,6 +138,12 @@ private:
     // engine/printer_data.cpp
     bool OpenCommandChannelOnce(CFunctionTrace& trace);
 
+    // Kept alive for the call that asked; none on a deleted port.
+    struct ChannelsInUse {
+        std::shared_ptr<CDataChannel> data;
+        std::shared_ptr<CCommandChannel> command;
+    };
+    ChannelsInUse Channels() const;
     std::shared_ptr<CCommandChannel> CommandChannel() const;
     std::shared_ptr<CDataChannel> DataChannel() const;
     bool IsInChannelMode() const;
@@ -175,8 +181,12 @@ public:
     krelPortCall(const krelPortCall&) = delete;
     krelPortCall& operator=(const krelPortCall&) = delete;
 
+    // As the call found them; empty without a port.
+    const krelPortSettings& Settings() const { return settings; }
+
 private:
     krelIniPort* const port;
+    const krelPortSettings settings;
 };
 
 // One keep-alive worker of a port's channel: it may outlive its channel's place in the port, but never

@@ -12,10 +12,9 @@ constexpr int kLooksPerWake = 20;
 
 }  // namespace
 
-krelPortCall::krelPortCall(krelIniPort* entered) : port(entered)
+krelPortCall::krelPortCall(krelIniPort* entered)
+    : port(entered), settings(entered ? entered->EnterCall() : krelPortSettings{})
 {
-    if (port)
-        port->EnterCall();
 }
 
 krelPortCall::~krelPortCall()
@@ -42,10 +41,12 @@ void krelIniPort::CountWorker(int change)
     workersInside += change;
 }
 
-void krelIniPort::EnterCall()
+// Gives the settings, which each call needs at once: one look for both.
+krelPortSettings krelIniPort::EnterCall()
 {
     CLockScope state(stateSection);
     ++callsInside;
+    return settings;
 }
 
 void krelIniPort::LeaveCall()

@@ -1,11 +1,13 @@
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 
 #include "platform/posix/call_switch.h"
 #include "platform/posix/file_access.h"
@@ -140,6 +142,12 @@ DWORD SeekFailed(DWORD error)
     return INVALID_SET_FILE_POINTER;
 }
 
+bool HasFileSizeLimit()
+{
+    rlimit limit{};
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
 }  // namespace
 
 HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
@@ -167,14 +175,18 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void*)
     const auto object = posix_layer::Find<File>(file);
     if (!object)
         return FALSE;
-    // A file at the process's limit of size must not end the process.
-    const posix_layer::HeldSignal held(SIGXFSZ);
+    // A file at the process's limit of size must not end the process. Without a limit there is no signal,
+    // and to ask costs less than to hold one.
+    std::optional<posix_layer::HeldSignal> held;
+    if (HasFileSizeLimit())
+        held.emplace(SIGXFSZ);
     for (DWORD done = 0; done < size;) {
         const ssize_t now = write(object->descriptor, static_cast<const char*>(data) + done, size - done);
         if (now < 0 && errno == EINTR)
             continue;
         if (now < 0) {
-            held.TakeOff();
+            if (held)
+                held->TakeOff();
             // The descriptor is good: EBADF tells of a handle opened without the right to write.
             SetLastError(errno == EBADF ? ERROR_ACCESS_DENIED : posix_layer::ErrorFromErrno(errno));
             return FALSE;

@@ -11,6 +11,10 @@
 
 namespace {
 
+// The system is asked once per thread; 0 before. The only thread of a forked process asks anew.
+[[gnu::tls_model("initial-exec")]] constinit thread_local DWORD ownThreadId = 0;
+[[maybe_unused]] const int forksAreWatched = pthread_atfork(nullptr, nullptr, [] { ownThreadId = 0; });
+
 // Something that is signalled or not: an event, or a thread, which becomes signalled when it ends.
 class Waitable : public posix_layer::KernelObject {
 public:
@@ -159,7 +163,9 @@ DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 
 DWORD GetCurrentThreadId()
 {
-    return static_cast<DWORD>(gettid());
+    if (ownThreadId == 0)
+        ownThreadId = static_cast<DWORD>(gettid());
+    return ownThreadId;
 }
 
 DWORD GetCurrentProcessId()
