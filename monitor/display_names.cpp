@@ -49,6 +49,7 @@ void FreeSetting(LPCWSTR& text)
 
 void ReadDisplayNames()
 {
+    FreeDisplayNames();  // those of an attach that came before
     Name = ReadSetting(TEXT("Name"), TEXT("Remote TCP/IP Card Printer Port"));
     Description = ReadSetting(TEXT("Description"), TEXT("Card Printer TCP/IP Port"));
     PortNameFormat = ReadSetting(TEXT("PortNameFormat"), TEXT("CRDPTR::%s"));
