@@ -33,6 +33,7 @@ void MeasurePauses(Pairs& pairs, double pause, const RunningMonitor& monitor, Pa
         return seconds;
     };
     pairs.Run(measured, [&] { return pauses * pause; });
+    test_switches::Reset();
     pairs.Note("pauses", pauses);
 }
 

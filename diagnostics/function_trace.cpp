@@ -20,9 +20,9 @@ int TraceDepth()
     return static_cast<int>(reinterpret_cast<std::intptr_t>(TlsGetValue(gTraceDepthSlot)));
 }
 
-void SetTraceDepth(int depth)
+bool SetTraceDepth(int depth)
 {
-    TlsSetValue(gTraceDepthSlot, reinterpret_cast<LPVOID>(static_cast<std::intptr_t>(depth)));
+    return TlsSetValue(gTraceDepthSlot, reinterpret_cast<LPVOID>(static_cast<std::intptr_t>(depth))) != FALSE;
 }
 
 // Writes "%s{%s" and its like: four blanks per level, then the line.
@@ -44,9 +44,8 @@ void CFunctionTrace::Enter(const char* format, FormatArguments arguments)
     if (gTraceDepthSlot != TLS_OUT_OF_INDEXES) {
         const DWORD lastError = GetLastError();
         depth = TraceDepth();
-        SetTraceDepth(depth + 1);
+        counted = SetTraceDepth(depth + 1);
         SetLastError(lastError);
-        counted = true;
     }
     if (AnySinkOn())
         WriteEntry(format, arguments);
@@ -67,7 +66,7 @@ void CFunctionTrace::WriteEntry(const char* format, FormatArguments arguments) c
 CFunctionTrace::~CFunctionTrace()
 {
     if (counted && gTraceDepthSlot != TLS_OUT_OF_INDEXES)
-        SetTraceDepth(depth);  // scopes end in the reverse of their order
+        (void)SetTraceDepth(depth);  // scopes end in the reverse of their order
     if (AnySinkOn())
         WriteExit();
 }
@@ -115,7 +114,7 @@ void CreateTraceDepthSlot()
 void ResetTraceDepth()
 {
     if (gTraceDepthSlot != TLS_OUT_OF_INDEXES)
-        SetTraceDepth(0);
+        (void)SetTraceDepth(0);
 }
 
 void FreeTraceDepthSlot()

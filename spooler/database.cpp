@@ -150,8 +150,7 @@ void Database::BringToSchema(bool mayBeNew)
     const bool isNew =
         version == 0 && application == 0 && ReadPragma("SELECT count(*) FROM sqlite_master") == 0;
     if (isNew && !mayBeNew)
-        Throw(ERROR_FILE_CORRUPT, "The state database " + path +
-                                      " is empty, but documents of accepted jobs lie beside it. " +
+        Throw(ERROR_FILE_CORRUPT, "The state database " + path + " is empty, but documents lie beside it. " +
                                       AdviceOn(ERROR_FILE_CORRUPT));
     if (isNew)
         CreateSchema();
@@ -182,6 +181,7 @@ int Database::ReadPragma(const char* sql)
 
 void Database::Execute(const char* sql)
 {
+    errno = 0;  // of an earlier call
     if (const int result = sqlite3_exec(connection, sql, nullptr, nullptr, nullptr); result != SQLITE_OK)
         Fail(result);
 }
@@ -221,6 +221,7 @@ Database::Statement::~Statement()
 
 bool Database::Statement::Next()
 {
+    errno = 0;  // of an earlier call
     const int result = sqlite3_step(raw);
     if (result != SQLITE_ROW && result != SQLITE_DONE)
         database.Fail(result);

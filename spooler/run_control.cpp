@@ -26,6 +26,7 @@ RunControl::~RunControl()
 void RunControl::Begin(DWORD jobId)
 {
     deleting = false;
+    askedToStop = false;
     phase = JOB_PHASE_STARTING;
     written = 0;
     job = jobId;
@@ -60,7 +61,7 @@ bool RunControl::MustStop()
 {
     if (job != 0 && (lookNow || GetTickCount() - lastExchange >= kExchangePeriodMs))
         Exchange();
-    return deleting || shuttingDown;
+    return deleting || askedToStop || shuttingDown;
 }
 
 void RunControl::Pause(DWORD milliseconds)
@@ -79,6 +80,12 @@ void RunControl::ShutDown()
 void RunControl::Wake()
 {
     lookNow = true;
+    (void)SetEvent(wake);
+}
+
+void RunControl::AskToStop()
+{
+    askedToStop = true;
     (void)SetEvent(wake);
 }
 

@@ -28,7 +28,7 @@ public:
     // What other processes see is saved twice a second, and at once when all bytes are out, as the port
     // then may say nothing for long.
     void Report(JOB_PHASE phase, std::uint64_t written);
-    // True when the job is being deleted, by whatever process, or the spooler shuts down.
+    // True when the job is being deleted, by whatever process, or asked to stop, or the spooler shuts down.
     bool MustStop();
     // Waits; shorter when MustStop turns true.
     void Pause(DWORD milliseconds);
@@ -37,6 +37,8 @@ public:
     bool IsShuttingDown() const { return shuttingDown; }
     // Has the run look at once whether its job is being deleted.
     void Wake();
+    // Has the run end as if its job were being deleted.
+    void AskToStop();
     // Of the job, if it is the one that runs.
     std::optional<Progress> Of(DWORD jobId) const;
 
@@ -47,6 +49,7 @@ private:
     HANDLE wake;
     std::atomic<bool> shuttingDown = false;
     std::atomic<bool> lookNow = false;
+    std::atomic<bool> askedToStop = false;
     std::atomic<DWORD> job = 0;  // 0 while none runs
     std::atomic<JOB_PHASE> phase = JOB_PHASE_STARTING;
     std::atomic<std::uint64_t> written = 0;

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <thread>
+#include <utility>
 
 #include "platform/posix/utf.h"
 #include "spooler/document_file.h"
@@ -92,7 +94,7 @@ void Runners::RunPort(Runner& runner)
     } catch (...) {
         // The database or the lock file is out of reach. The jobs stay where they are, and whoever follows
         // them here is told.
-        Fail(runner, CurrentError());
+        Fail(runner);
     }
 }
 
@@ -107,17 +109,24 @@ bool Runners::Leave(const Runner& runner)
     return true;
 }
 
-void Runners::Fail(const Runner& runner, SpoolerError error)
+// In a handler, on the port's own thread.
+void Runners::Fail(const Runner& runner)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    active.erase(runner.portNumber);
-    failures.insert_or_assign(runner.portNumber, std::move(error));
+    const std::int64_t portNumber = runner.portNumber;
+    active.erase(portNumber);
+    try {
+        failures.insert_or_assign(portNumber, CurrentError());
+    } catch (const std::bad_alloc&) {
+        // Whoever follows a job of the port sees that it waits, and not why.
+    }
 }
 
 void Runners::RequireNoFailure(std::int64_t portNumber)
 {
     const std::lock_guard<std::mutex> guard(lock);
-    if (const auto found = failures.find(portNumber); found != failures.end())
+    const auto found = failures.find(portNumber);
+    if (found != failures.end() && PortLock(folder.LockPath(), portNumber).TryTake())
         throw SpoolerError(found->second);
 }
 
@@ -139,7 +148,7 @@ void Runners::RunOne(Runner& runner, const Job& job)
     jobs->BeginRun(job.id);
     runner.control.Begin(job.id);
     const RunResult result = Attempt(runner, job);
-    if (runner.control.IsShuttingDown() && !result.complete) {
+    if (runner.control.IsShuttingDown() && !result.complete && result.commands.empty()) {
         runner.control.End();
         jobs->BreakOffRun(job.id);
         return;
@@ -156,9 +165,13 @@ void Runners::RunOne(Runner& runner, const Job& job)
 
 RunResult Runners::Attempt(Runner& runner, const Job& job)
 {
+    {
+        const std::lock_guard<std::mutex> guard(lock);
+        runner.commands.emplace();
+    }
     RunResult result = Run(job, runner.control);
     const std::lock_guard<std::mutex> guard(lock);
-    result.commands.swap(runner.commands);
+    result.commands = *std::exchange(runner.commands, std::nullopt);
     return result;
 }
 
@@ -166,9 +179,11 @@ bool Runners::Remember(DWORD jobId, DWORD command)
 {
     const std::lock_guard<std::mutex> guard(lock);
     for (const auto& [port, runner] : active) {
-        if (!runner->control.Of(jobId))
+        if (!runner->commands || !runner->control.Of(jobId))
             continue;
-        runner->commands.push_back(command);
+        runner->commands->push_back(command);
+        if (command == JOB_CONTROL_DELETE || command == JOB_CONTROL_CANCEL)
+            runner->control.AskToStop();
         return true;
     }
     return false;
@@ -192,12 +207,12 @@ RunResult Runners::Run(const Job& job, RunControl& control)
 // for as long as it takes where somebody need only make room.
 Job Runners::EndRun(Runner& runner, const Job& job, const RunResult& result)
 {
-    for (int tries = 1;; ++tries) {
+    for (int tries = 0;;) {
         try {
             return jobs->EndRun(job.id, result, ProcessOptions().attemptLimit);
         } catch (const SpoolerError& error) {
             const bool isFull = error.word == ERROR_DISK_FULL && !runner.control.IsShuttingDown();
-            if (tries >= kEndRunTries && !isFull)
+            if (!isFull && ++tries == kEndRunTries)
                 throw;
             if (isFull)
                 runner.control.Report(JOB_PHASE_KEEPING, result.complete ? job.bytes : 0);

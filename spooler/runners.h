@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "platform/platform.h"
 #include "spooler/job_store.h"
@@ -39,10 +40,11 @@ public:
     void Drop(const Job& job);
     // Of a job that this process is running at this moment.
     std::optional<RunControl::Progress> ProgressOf(DWORD jobId);
-    // Keeps a command in mind for the end of the run, when there is no room to keep it. False when this
-    // process doesn't run the job.
+    // Keeps a command in mind for the end of the attempt, when there is no room to store it. False when no
+    // attempt at the job is under way in this process.
     bool Remember(DWORD jobId, DWORD command);
-    // Throws what ended the port's last thread before its jobs were through, if anything did.
+    // Throws what ended the port's last thread before its jobs were through, if anything did and no other
+    // process runs the port.
     void RequireNoFailure(std::int64_t portNumber);
 
 private:
@@ -50,7 +52,7 @@ private:
         Runner(std::int64_t port, JobStore& store) : portNumber(port), control(store) {}
         const std::int64_t portNumber;
         RunControl control;
-        std::vector<DWORD> commands;  // remembered in the present run
+        std::optional<std::vector<DWORD>> commands;  // remembered in the present attempt, if there is one
     };
 
     void RunPort(Runner& runner);
@@ -62,7 +64,7 @@ private:
     void DropNow(DWORD jobId);
     void DropMarked(std::int64_t portNumber);
     bool Leave(const Runner& runner);
-    void Fail(const Runner& runner, SpoolerError error);
+    void Fail(const Runner& runner);
 
     const StateFolder folder;
     const std::shared_ptr<JobStore> jobs;

@@ -97,6 +97,7 @@ TEST_F(Robustness, AFullDiskPutsOffWhatBecameOfAJob)
     const std::pair<std::vector<DWORD>, JOB_OUTCOME> ends[] = {
         {{JOB_CONTROL_SENT_TO_PRINTER}, JOB_OUTCOME_SENT},
         {{JOB_CONTROL_DELETE, JOB_CONTROL_SENT_TO_PRINTER}, JOB_OUTCOME_DELETED}};
+    const Handle printer(TEXT("First"));
     for (const auto& [commands, outcome] : ends) {
         monitor.Locked([&asked = commands](TestMonitorScript& script) {
             script.heldPort = TEXT("ONE");
@@ -109,6 +110,9 @@ TEST_F(Robustness, AFullDiskPutsOffWhatBecameOfAJob)
             const FullDisk full;
             monitor.Locked([](TestMonitorScript& script) { script.heldPort.clear(); });
             AwaitPhase(job, JOB_PHASE_KEEPING);
+            // The attempt is over: a command would be the next job's.
+            EXPECT_FALSE(SetJobW(printer, job, 0, nullptr, JOB_CONTROL_DELETE));
+            ExpectFull();
             Sleep(15000);  // longer than any other failure is put up with
         }
         EXPECT_EQ(outcome, AwaitOutcome(job));
