@@ -410,6 +410,7 @@ TEST_F(Overlap, NotificationsWithoutEndDoNotHoldTheLinkUp)
     EXPECT_TRUE(log.WaitFor("Failed to receive keep-alives => disconnecting."));
     stop = true;
     flood.join();
+    EXPECT_TRUE(log.WaitFor("}CCommandChannel::~Disconnect"));
     EXPECT_FALSE(Write({1}));
     EXPECT_TRUE(End());
 }
