@@ -92,7 +92,7 @@ TEST_F(Overlap, DeletionFreesAWriterThatNobodyReads)
 {
     server->FaultAt(Step::DataMiddle, Fault::Silence().AfterBytes(1000));
     ASSERT_TRUE(StartJob());
-    Beside([this] { return Write(SampleDocument(64 << 20)); });
+    Beside([this] { return Write(Bytes(64 << 20)); });
     ASSERT_TRUE(server->WaitFor(EventKind::FaultPlayed));
     EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));
     EXPECT_EQ(0, Result());
