@@ -75,7 +75,7 @@ public:
     Script& Command() { return AddScript(Channel::Command); }
     // "" once all scripts are played, for which it waits up to the limit; else the first step that was not,
     // and why.
-    std::string FirstStepNotPlayed(Milliseconds limit = Milliseconds(10000)) const;
+    std::string FirstStepNotPlayed(Milliseconds limit = Milliseconds(30000)) const;
 
     // By hand, on that channel's newest open connection. False when there is none or it takes nothing.
     bool Push(Channel channel, const Bytes& bytes);
@@ -97,8 +97,8 @@ public:
     void Hang(Channel channel) { AcceptorOf(channel).Hang(); }
 
     // What happened. Waits end with true as soon as the thing is so, and with false at the limit.
-    bool WaitFor(EventKind kind, int count = 1, Milliseconds limit = Milliseconds(10000)) const;
-    bool WaitFor(const std::function<bool()>& predicate, Milliseconds limit = Milliseconds(10000)) const;
+    bool WaitFor(EventKind kind, int count = 1, Milliseconds limit = Milliseconds(30000)) const;
+    bool WaitFor(const std::function<bool()>& predicate, Milliseconds limit = Milliseconds(30000)) const;
     std::vector<Event> Events() const { return state.events.Events(); }
     int Count(EventKind kind) const { return state.events.Count(kind); }
     std::vector<Document> Documents() const { return state.documents.Documents(); }
