@@ -32,7 +32,8 @@ std::string Sentence(const JOB_PROGRESS& progress)
         case JOB_PHASE_ENDING:
             return "all bytes sent, waiting for the card";
         case JOB_PHASE_KEEPING:
-            return "its run is over, but the disk of the state folder is too full to keep that; make room on it";
+            return "its run is over, but the disk of the state folder is too full to keep that; make room on "
+                   "it";
         case JOB_PHASE_RETRYING:
             return "attempt " + std::to_string(progress.attempt) + " failed, will try again";
         default:
