@@ -62,8 +62,10 @@ void Command(const RunningMonitor& running, LPCWSTR command, std::vector<BYTE> i
     (void)running.table->pfnXcvClosePort(session);
 }
 
+// The command asks the spooler for the ports of all its monitors: it has this one alone meanwhile.
 double Adding(RunningMonitor& running, int)
 {
+    SpoolerDouble::Instance().AttachMonitor(running.table, running.monitor);
     krelXcvPortData record{};
     WideString(TEXT("Another")).copy(record.portName, 65);
     record.version = kXcvRecordVersion;
@@ -74,6 +76,7 @@ double Adding(RunningMonitor& running, int)
         seconds += Timed(1, [&] { Command(running, TEXT("AddPort"), {bytes, bytes + sizeof record}); });
         Command(running, TEXT("DeletePort"), {bytes, bytes + sizeof record.portName});
     }
+    SpoolerDouble::Instance().DetachMonitor(running.monitor);
     return seconds / kTimes;
 }
 
@@ -96,6 +99,8 @@ bool AddSize(const std::string& what, Cost cost, int ports, int fewer)
     return AddRow(row, [=](Pairs& pairs) {
         RunningMonitor many(ports);
         RunningMonitor few(fewer);
+        for (const RunningMonitor* running : {&many, &few})
+            SpoolerDouble::Instance().DetachMonitor(running->monitor);
         double last = 0;
         pairs.Run([&] { return last = cost(many, ports) / ports; }, [&] { return cost(few, fewer) / fewer; });
         pairs.Note("ns per port", last * 1e9);
