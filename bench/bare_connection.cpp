@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "tools/printserver/wire.h"
+#include "printserver/wire.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <string>
 
+#include "farlink/log/log_findings.h"
+#include "farlink/log/log_follower.h"
+#include "farlink/log/log_text.h"
 #include "fuzz/input_reader.h"
-#include "tools/farlink/log_findings.h"
-#include "tools/farlink/log_follower.h"
-#include "tools/farlink/log_text.h"
 
 namespace {
 

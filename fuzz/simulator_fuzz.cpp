@@ -7,7 +7,7 @@
 #include <array>
 #include <memory>
 
-#include "tools/printserver/sessions.h"
+#include "printserver/sessions.h"
 
 using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
 

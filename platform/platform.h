@@ -2,8 +2,8 @@
 
 // The one door to the operating system. The build files choose the folder that win32.h comes from:
 // platform/posix/ (this project's own layer of the Win32 calls that the monitor makes) or
-// platform/windows/ (the system's headers). Nothing outside platform/ and tools/ asks which of the two it
-// got.
+// platform/windows/ (the system's headers). Nothing outside platform/, printserver/ and farlink/ asks which
+// of the two it got.
 
 #include <string>
 #include <string_view>

@@ -5,9 +5,9 @@
 #include <fstream>
 
 #include "platform/test_switches.h"
+#include "printserver/print_server.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
-#include "tools/printserver/print_server.h"
 
 namespace {
 

@@ -5,10 +5,10 @@
 #include <fstream>
 
 #include "platform/test_switches.h"
+#include "printserver/print_server.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/real_calls.h"
 #include "tests/support/text.h"
-#include "tools/printserver/print_server.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <random>
 
-#include "tools/farlink/log_findings.h"
-#include "tools/farlink/log_follower.h"
-#include "tools/farlink/log_text.h"
+#include "farlink/log/log_findings.h"
+#include "farlink/log/log_follower.h"
+#include "farlink/log/log_text.h"
 
 using namespace farlink;  // NOLINT(google-build-using-namespace): what is tested
 

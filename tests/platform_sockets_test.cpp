@@ -12,7 +12,7 @@
 
 #include "platform/platform.h"
 #include "platform/test_switches.h"
-#include "tools/printserver/tcp.h"
+#include "printserver/tcp.h"
 
 namespace {
 

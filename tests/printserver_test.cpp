@@ -1,4 +1,4 @@
-#include "tools/printserver/print_server.h"
+#include "printserver/print_server.h"
 
 #include <gtest/gtest.h>
 #include <algorithm>

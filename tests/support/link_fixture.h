@@ -12,8 +12,8 @@
 #include "link/command_channel_message.h"
 #include "link/data_channel.h"
 #include "platform/test_switches.h"
+#include "printserver/print_server.h"
 #include "tests/support/monitor_fixture.h"
-#include "tools/printserver/print_server.h"
 
 using Failures = std::vector<std::string>;
 

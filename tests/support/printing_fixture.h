@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "platform/test_switches.h"
+#include "printserver/print_server.h"
 #include "tests/support/monitor_fixture.h"
-#include "tools/printserver/print_server.h"
 
 // A monitor with one open port, "Card 1", on a print server of the test's own. The monitor's seconds are
 // short (kTimeScale), the server's own delays are real.

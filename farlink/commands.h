@@ -1,0 +1,54 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "farlink/failure.h"
+#include "platform/platform.h"
+
+// Each command lies in a file of its own, adds itself to the command line, and runs inside the parse.
+namespace farlink {
+
+// Keeps the order in which the fields are written, so that equal answers are equal text.
+using Json = nlohmann::ordered_json;
+
+// One run of the tool: options that more than one command has, and the exit status if none fails.
+struct Run {
+    bool json = false;
+    ExitStatus status = ExitStatus::Done;
+};
+
+void AddPortCommands(CLI::App& farlink, Run& run);
+void AddKeepAliveCommands(CLI::App& farlink, Run& run);
+void AddStatusCommand(CLI::App& farlink, Run& run);
+void AddLogCommands(CLI::App& farlink, Run& run);
+void AddAboutCommand(CLI::App& farlink, Run& run);
+void AddPrintServerCommand(CLI::App& farlink, Run& run);
+void AddSampleCommand(CLI::App& farlink);
+void AddCompletionCommand(CLI::App& farlink);
+void AddManCommand(CLI::App& farlink);
+
+// Those that one system's spooler has: see system_commands.h.
+void AddPrintCommand(CLI::App& farlink, Run& run);
+void AddJobsCommands(CLI::App& farlink, Run& run);     // the embedded spooler's
+void AddQueryCommand(CLI::App& farlink, Run& run);     // the same
+void AddMonitorCommands(CLI::App& farlink, Run& run);  // Windows
+
+// --- pieces that the commands share ------------------------------------------------------------------
+
+void AddJsonFlag(CLI::App& command, Run& run);
+// The end of a command's --help: each line of `lines` is one command line.
+void AddExamples(CLI::App& command, const std::string& lines);
+extern const char* const kExitStatusHelp;
+
+// To standard output, all of it at once. Bytes that are no UTF-8 are replaced.
+void PrintText(const std::string& text);
+void PrintLine(const std::string& line);
+void PrintJson(const Json& value);      // over several lines, for one answer
+void PrintJsonLine(const Json& value);  // in one line, for a stream
+
+// Rows under headings, each column as wide as its widest cell. Nothing for no rows.
+void PrintTable(const std::vector<std::vector<std::string>>& rows);
+
+}  // namespace farlink

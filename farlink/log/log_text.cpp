@@ -1,0 +1,152 @@
+#include "farlink/log/log_text.h"
+
+#include <algorithm>
+
+namespace farlink {
+
+namespace {
+
+constexpr std::string_view kTimeShape = "00:00:00.000 ";
+constexpr int kHalfDay = 12 * 3600;
+
+// The first line of `text` with its line end, which is taken off `text`.
+std::string_view TakeLine(std::string_view& text)
+{
+    const std::size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end == std::string_view::npos ? end : end + 1);
+    text.remove_prefix(line.size());
+    return line;
+}
+
+void CutLineEnd(std::string_view& record)
+{
+    while (record.ends_with('\n') || record.ends_with('\r'))
+        record.remove_suffix(1);
+}
+
+// `text` has no marker in it. Behind a marker all that comes before the first time is torn.
+void AppendRecords(std::string_view text, bool behindMarker, std::vector<std::string_view>& records)
+{
+    while (behindMarker && !text.empty() && !BeginsRecord(text))
+        TakeLine(text);
+    while (!text.empty()) {
+        const char* const begin = text.data();
+        std::size_t size = TakeLine(text).size();
+        while (!text.empty() && !BeginsRecord(text))
+            size += TakeLine(text).size();
+        std::string_view record(begin, size);
+        CutLineEnd(record);
+        if (!record.empty())
+            records.push_back(record);
+    }
+}
+
+std::string_view TakeField(std::string_view& text, char separator)
+{
+    const std::string_view field = text.substr(0, text.find(separator));
+    text.remove_prefix(std::min(text.size(), field.size() + 1));
+    return field;
+}
+
+// Of a text that begins with "HH:MM:SS".
+int SecondsOf(std::string_view time)
+{
+    const auto number = [&](std::size_t at) { return (time[at] - '0') * 10 + time[at + 1] - '0'; };
+    return number(0) * 3600 + number(3) * 60 + number(6);
+}
+
+}  // namespace
+
+bool BeginsRecord(std::string_view line)
+{
+    if (line.size() < kTimeShape.size())
+        return false;
+    return std::equal(kTimeShape.begin(), kTimeShape.end(), line.begin(), [](char shape, char letter) {
+        return shape == '0' ? letter >= '0' && letter <= '9' : letter == shape;
+    });
+}
+
+std::size_t FindWrapMarker(std::string_view text)
+{
+    std::size_t at = text.find(kWrapMarker);
+    while (at != std::string_view::npos && at != 0 && text[at - 1] != '\n')
+        at = text.find(kWrapMarker, at + 1);
+    return at;
+}
+
+std::size_t EndOfNewestLine(std::string_view file)
+{
+    if (file.ends_with(kWrapMarker))
+        return file.size() - kWrapMarker.size();
+    const std::size_t marker = FindWrapMarker(file);
+    return marker != std::string_view::npos ? marker : file.rfind('\n') + 1;  // npos + 1 is 0
+}
+
+std::vector<std::string_view> RecordsOf(std::string_view stretch)
+{
+    std::vector<std::string_view> records;
+    bool behindMarker = false;
+    for (;;) {
+        const std::size_t marker = FindWrapMarker(stretch);
+        AppendRecords(stretch.substr(0, marker), behindMarker, records);
+        if (marker == std::string_view::npos)
+            return records;
+        stretch.remove_prefix(marker + kWrapMarker.size());
+        behindMarker = true;
+    }
+}
+
+// A wrap cuts the file off where it was, so a marker at the very end means that its writer has not wrapped
+// yet. Otherwise the writer goes through the file from its start, and the first marker is its own.
+std::vector<std::string_view> RecordsInOrderOfTime(std::string_view file)
+{
+    const std::size_t marker = FindWrapMarker(file);
+    if (marker == std::string_view::npos || file.ends_with(kWrapMarker))
+        return RecordsOf(file);
+    std::vector<std::string_view> records = RecordsOf(file.substr(marker));
+    const std::vector<std::string_view> newest = RecordsOf(file.substr(0, marker));
+    records.insert(records.end(), newest.begin(), newest.end());
+    return records;
+}
+
+LogFields FieldsOf(std::string_view record)
+{
+    LogFields fields;
+    if (!BeginsRecord(record)) {
+        fields.message = record;
+        return fields;
+    }
+    fields.time = TakeField(record, ' ');
+    fields.tag = TakeField(record, ' ');
+    fields.thread = TakeField(record, '\t');
+    fields.message = record;
+    return fields;
+}
+
+void DropBefore(std::string_view time, std::vector<std::string_view>& records)
+{
+    const int wanted = SecondsOf(time);
+    int day = 0;     // of the record, counted back from the last one's
+    int after = -1;  // time of the record behind it
+    int wantedDay = 0;
+    auto first = records.end();
+    for (; first != records.begin(); --first) {
+        const std::string_view record = first[-1];
+        if (!BeginsRecord(record))
+            continue;
+        const int now = SecondsOf(record);
+        if (after < 0)
+            wantedDay = now < wanted ? -1 : 0;
+        else if (now > after + kHalfDay)  // threads may write a little out of order
+            --day;
+        if (day < wantedDay || (day == wantedDay && now < wanted))
+            break;
+        after = now;
+    }
+    // A time of day that is still to come.
+    if (day > wantedDay)
+        first = records.end();
+    records.erase(records.begin(), first);
+}
+
+}  // namespace farlink

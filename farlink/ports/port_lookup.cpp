@@ -1,0 +1,21 @@
+#include "farlink/ports/port_lookup.h"
+
+#include "farlink/failure.h"
+#include "farlink/ports/spooler_lists.h"
+#include "farlink/wide_text.h"
+
+namespace farlink {
+
+WideString FindPort(const std::string& name)
+{
+    const WideString wanted = ToUtf16(name);
+    for (const WideString& port : ListPorts())
+        if (SameName(port, wanted))
+            return port;
+    for (const PrinterEntry& printer : ListPrinters())
+        if (SameName(printer.name, wanted))
+            return printer.port;
+    throw PlatformFailure("'" + name + "'", ERROR_INVALID_PRINTER_NAME);
+}
+
+}  // namespace farlink

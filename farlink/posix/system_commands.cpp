@@ -1,0 +1,16 @@
+#include "farlink/system_commands.h"
+
+namespace farlink {
+
+const char* const kStateHelp =
+    "Ports, jobs and settings lie in $FARLINK_STATE, else $XDG_STATE_HOME/farlink, else\n"
+    "~/.local/state/farlink.";
+
+void AddSystemCommands(CLI::App& farlink, Run& run)
+{
+    AddPrintCommand(farlink, run);
+    AddJobsCommands(farlink, run);
+    AddQueryCommand(farlink, run);
+}
+
+}  // namespace farlink

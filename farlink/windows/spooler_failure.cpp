@@ -1,0 +1,10 @@
+#include "farlink/failure.h"
+
+namespace farlink {
+
+Failure SpoolerFailure(const std::string& what)
+{
+    return PlatformFailure(what.empty() ? "The spooler failed" : what, GetLastError());
+}
+
+}  // namespace farlink
