@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
 #include <shared_mutex>
 #include <string_view>
 #include <utility>
