@@ -1,12 +1,17 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
+#include "platform/posix/module_list.h"
 #include "platform/posix/utf.h"
 #include "platform/test_switches.h"
 
@@ -28,6 +33,9 @@ Function* Get(HMODULE module, LPCSTR name)
 {
     return reinterpret_cast<Function*>(GetProcAddress(module, name));
 }
+
+// Runs at the beginning of this thread's calls of the loader.
+thread_local std::function<void()> atLoaderCall;
 
 int detaches = 0;
 bool lastDetachHadGlobals = false;
@@ -101,10 +109,33 @@ TEST_F(PlatformModules, AModuleKeepsTheNameUnderWhichItWasLoaded)
         EXPECT_EQ(path, ToUtf8(FileName(module)));
         dlclose(opened);
     }
+    fs::create_directories(folder / "elsewhere/inner");
+    fs::create_directory_symlink(folder / "elsewhere/inner", folder / "link");
+    const std::string besideTarget = Copy("elsewhere/Farlink.dll");
+    const HMODULE found = LoadLibraryW(ToUtf16((folder / "link/../Farlink.dll").string()).c_str());
+    EXPECT_TRUE(fs::equivalent(besideTarget, FileName(found))) << ToUtf8(FileName(found));
+    FreeLibrary(found);
     fs::create_symlink(folder / "first/Same.dll", folder / "Third.dll");
     const HMODULE linked = LoadLibraryW(ToUtf16((folder / "Third.dll").string()).c_str());
     EXPECT_EQ((folder / "Third.dll").string(), ToUtf8(FileName(linked)));
     FreeLibrary(linked);
+}
+
+// A library that attaches asks for its path with the loader's lock held, and has to get it while another
+// thread still waits for that lock.
+TEST_F(PlatformModules, NothingOfTheLoaderIsCalledUnderALockOfTheLayer)
+{
+    const HMODULE module = LoadLibraryW(ToUtf16(Copy("Farlink.dll")).c_str());
+    posix_layer::ForgetModulePath(module);
+    std::vector<std::future<void>> attaching;  // a future's end would wait for what this thread holds
+    atLoaderCall = [&] {
+        attaching.push_back(std::async(std::launch::async, [] { posix_layer::ForgetModulePath(nullptr); }));
+        EXPECT_EQ(std::future_status::ready, attaching.back().wait_for(std::chrono::seconds(5)));
+    };
+    EXPECT_NE(u"", FileName(module));
+    atLoaderCall = nullptr;
+    EXPECT_FALSE(attaching.empty());
+    FreeLibrary(module);
 }
 
 TEST_F(PlatformModules, TooSmallABufferGetsACutTextWithoutATerminator)
@@ -134,3 +165,12 @@ TEST_F(PlatformModules, TheEndOfTheProcessIsToldFromAnUnload)
 }
 
 }  // namespace
+
+// Stands in front of the loader's own.
+extern "C" int dladdr(const void* address, Dl_info* info) noexcept
+{
+    static const auto real = reinterpret_cast<decltype(&dladdr)>(dlsym(RTLD_NEXT, "dladdr"));
+    if (atLoaderCall)
+        atLoaderCall();
+    return real(address, info);
+}

@@ -17,7 +17,8 @@ struct KnownPath {
     std::string path;
 };
 
-// Keyed by load address. Never destroyed: libraries ask while the process ends.
+// Keyed by load address. Never destroyed: libraries ask while the process ends. A library that attaches or
+// detaches comes here with the loader's lock held, so that nothing of the loader's is called under this one.
 struct KnownPaths {
     std::mutex lock;
     std::map<HMODULE, KnownPath> paths;
@@ -39,7 +40,22 @@ std::string DeterminePath(HMODULE module, const std::string& loaderName)
 {
     if (module == posix_layer::ExecutableModule())
         return std::filesystem::read_symlink("/proc/self/exe").string();
-    return std::filesystem::absolute(loaderName).lexically_normal().string();
+    std::filesystem::path path;
+    for (const std::filesystem::path& piece : std::filesystem::absolute(loaderName)) {
+        if (piece != ".")  // ".." stays, since what it leads to from behind a link isn't told by the text
+            path /= piece;
+    }
+    return path.string();
+}
+
+// Empty when none is known.
+std::string KnownPathOf(HMODULE module, const std::string& loaderName)
+{
+    KnownPaths& known = Known();
+    const std::lock_guard lock(known.lock);
+    const auto found = known.paths.find(module);
+    return found != known.paths.end() && found->second.loaderName == loaderName ? found->second.path
+                                                                                : std::string();
 }
 
 }  // namespace
@@ -76,12 +92,13 @@ std::string LayerFolder()
 std::string ModulePath(HMODULE module)
 {
     const std::string loaderName = LoaderName(module);
+    if (std::string path = KnownPathOf(module, loaderName); !path.empty())
+        return path;
+    const std::string path = DeterminePath(module, loaderName);
     KnownPaths& known = Known();
     const std::lock_guard lock(known.lock);
-    KnownPath& entry = known.paths[module];
-    if (entry.path.empty() || entry.loaderName != loaderName)
-        entry = {loaderName, DeterminePath(module, loaderName)};
-    return entry.path;
+    known.paths[module] = {loaderName, path};
+    return path;
 }
 
 void ForgetModulePath(HMODULE module)
