@@ -49,7 +49,7 @@ DWORD krelPortMonitorXcvHandler::RegisterPort(const krelXcvPortData& record)
 {
     CLockScope changing(monitor.changes);
     CLockScope held(monitor.section);
-    if (monitor.FindPort(record.portName) != nullptr)
+    if (monitor.HasPortOfName(record.portName))
         return ERROR_ALREADY_EXISTS;  // another command of this name was faster
     krelRevertToPrinterSelf spoolerIdentity;
     const krelIniPort* port = monitor.CreatePortEntry(record.portName, record.server, record.portNumber);

@@ -73,6 +73,14 @@ krelIniPort* krelPortMonitor::FindPort(LPCWSTR name) const
     return port;
 }
 
+bool krelPortMonitor::HasPortOfName(LPCWSTR name) const
+{
+    const krelIniPort* port = ports;
+    while (port != nullptr && lstrcmpiW(port->portName, name) != 0)
+        port = port->next;
+    return port != nullptr;
+}
+
 krelIniPort* krelPortMonitor::CreatePortEntry(LPCWSTR portName, LPCWSTR server, WORD portNumber)
 {
     CFunctionTrace trace("krelPortMonitor::CreatePortEntry");

@@ -34,6 +34,10 @@ public:
     // A port of that name, ignoring case; null when there is none.
     krelIniPort* FindPort(LPCWSTR name) const THREAD_ANNOTATION(requires_capability(section));
 
+    // True when a port of ours bears the name, by the spooler's own rule (lstrcmpiW), which knows more
+    // letters than FindPort: two ports that it takes for one would share a registry key.
+    bool HasPortOfName(LPCWSTR name) const THREAD_ANNOTATION(requires_capability(section));
+
     // Puts a port at the head of the table, whatever its name. Null when memory is short. Under `section`,
     // or from `init`, which runs alone.
     krelIniPort* CreatePortEntry(LPCWSTR portName, LPCWSTR server, WORD portNumber);
