@@ -190,8 +190,15 @@ TEST_F(Monitor, AnExceptionLeavesNoEntryFunctionAndNoDocument)
     EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, AddPort(TEXT("Other"), TEXT("server"), 1));
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, SetKeepAlive(TEXT("Card"), 1, 1));  // tells nothing of its registry
     registry.Before(Registry::SetValue, nullptr);
+    static const auto closeKey = registry.Callbacks()->fpCloseKey;
+    registry.Callbacks()->fpCloseKey = [](HKEYMONITOR key, HANDLE spoolerHandle) -> LONG {
+        (void)closeKey(key, spoolerHandle);
+        throw std::bad_alloc();
+    };
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, AddPort(TEXT("Other"), TEXT("server"), 1));  // all is stored by then
+    registry.Callbacks()->fpCloseKey = closeKey;
     EXPECT_EQ(0, spooler.IdentitiesOut());
-    std::thread([&] { EXPECT_EQ(Names{"Card"}, PortNames()); }).join();  // the sections are free again
+    std::thread([&] { EXPECT_EQ((Names{"Other", "Card"}), PortNames()); }).join();  // the sections are free
 }
 
 // --- enumeration ---
