@@ -69,6 +69,8 @@ constexpr ErrorWord kErrorWords[] = {
      "delete them, or give them another port"},
 #endif
     // Of the sockets to the print server.
+    {WORD_AND_NAME(WSA_OPERATION_ABORTED), "the connection was given up here",
+     "the print server was silent for too long, or the port was deleted"},
     {WORD_AND_NAME(WSAEACCES), "the system does not allow the connection"},
     {WORD_AND_NAME(WSAEADDRNOTAVAIL), "the print server's address can't be used from here"},
     {WORD_AND_NAME(WSAENETDOWN), "the network is down"},

@@ -35,13 +35,15 @@ ADDRINFOA* NewEntry(const ADDRINFOA& hints, const void* address, USHORT port)
 int LegacyGetAddrInfo(const char* node, const char* service, const ADDRINFOA* hints, ADDRINFOA** result)
 {
     *result = nullptr;
+    const unsigned long port = std::strtoul(service, nullptr, 10);
+    if (port > 0xFFFF)
+        return WSATYPE_NOT_FOUND;
     const HOSTENT* host = ::gethostbyname(node);
     if (!host)
         return WSAGetLastError();
-    const auto port = static_cast<USHORT>(std::strtoul(service, nullptr, 10));
     ADDRINFOA** end = result;
     for (char** address = host->h_addr_list; *address; ++address) {
-        *end = NewEntry(*hints, *address, port);
+        *end = NewEntry(*hints, *address, static_cast<USHORT>(port));
         if (!*end) {
             LegacyFreeAddrInfo(*result);
             *result = nullptr;

@@ -123,19 +123,19 @@ int StatusOfChild(Work work)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-TEST_F(PlatformFiles, NoSignalOfAFailedWriteEndsTheProcess)
+TEST_F(PlatformFiles, AFailedWriteLeavesNothingOfItselfAndNoSignalEndsTheProcess)
 {
     const HANDLE file = Open("log");
-    EXPECT_EQ(6, StatusOfChild([&] {
+    EXPECT_EQ(0, StatusOfChild([&] {
                   const rlimit atMost{6, 6};
                   setrlimit(RLIMIT_FSIZE, &atMost);
-                  DWORD written = 0;
-                  const BOOL all = WriteFile(file, "0123456789", 10, &written, nullptr);
-                  const DWORD error = GetLastError();
-                  const BOOL more = WriteFile(file, "x", 1, nullptr, nullptr);
-                  return all || more || error != ERROR_DISK_FULL ? 99 : static_cast<int>(written);
+                  Write(file, "line");
+                  DWORD written = 99;
+                  const BOOL all = WriteFile(file, "cut line", 8, &written, nullptr);
+                  return all || GetLastError() != ERROR_DISK_FULL ? 99 : static_cast<int>(written);
               }));
-    EXPECT_EQ("012345", Content("log"));
+    Write(file, "+next");  // there is room again
+    EXPECT_EQ("line+next", Content("log"));
     CloseHandle(file);
 
     int ends[2];
@@ -157,14 +157,16 @@ TEST_F(PlatformFiles, NoSignalOfAFailedWriteEndsTheProcess)
     close(ends[1]);
 }
 
-TEST_F(PlatformFiles, OnlyRegularFilesAreOpened)
+TEST_F(PlatformFiles, OnlyRegularFilesOfOneNameAreWritten)
 {
     Make("victim", "precious");
     fs::create_symlink(Path("victim"), Path("link"));
     fs::create_symlink(Path("missing"), Path("dangling"));
     fs::create_directory(Path("folder"));
+    fs::create_hard_link(Path("victim"), Path("second name"));
     ASSERT_EQ(0, mkfifo(Path("pipe").c_str(), 0600));
-    for (const std::string name : {"link", "dangling", "folder", "pipe", "../../../dev/null"}) {
+    for (const std::string name :
+         {"link", "dangling", "second name", "folder", "pipe", "../../../dev/null"}) {
         SCOPED_TRACE(name);
         SetLastError(0);
         EXPECT_EQ(INVALID_HANDLE_VALUE, Open(name, CREATE_ALWAYS));
@@ -194,7 +196,8 @@ TEST_F(PlatformFiles, ProfileValuesAreFoundInAllKindsOfFiles)
         {"Name=outside\n[Farlink]\n[Name]\nName=inside another\n", u"default"},
         {"[Farlink\nName=unclosed", u"default"},
         {"]\n[]\n=\n[ Farlink ]\nName=a=b", u"a=b"},
-        {"[Farlink]\n[Other]\n[Farlink]\nName=continued", u"continued"},
+        {"[Farlink]\nDescription=x\n[Other]\n[Farlink]\nName=second section", u"default"},
+        {"[Farlink]\n[Farlink]\nName=second section", u"default"},
         {"\xEF\xBB\xBF[Farlink]\nName=\xC3\xA4", u"\u00E4"},
         {"[Farlink]\nName=\xE4", u"\uFFFD"},
         {"[Farlink]\nName=a\0b\nDescription=x"s, u"a\uFFFDb"},

@@ -217,6 +217,7 @@ TEST_F(PlatformSockets, SignalsDoNotEndBlockedCalls)
     EXPECT_FALSE(caller.IsOver());
     caller.WakeUntilOver(connecting);
     EXPECT_EQ(SOCKET_ERROR, caller.result);
+    EXPECT_EQ(WSA_OPERATION_ABORTED, caller.error);
     closesocket(connecting);
     sigaction(SIGUSR1, &before, nullptr);
 }
@@ -233,7 +234,9 @@ TEST_F(PlatformSockets, NamesResolveInOrder)
     } cases[] = {
         {"127.0.0.1", "9100", "127.0.0.1:9100 "},
         {"localhost", "9100", "127.0.0.1:9100 "},
-        {"127.0.0.1", "70000", "127.0.0.1:4464 "},
+        {"127.0.0.1", "65535", "127.0.0.1:65535 "},
+        {"127.0.0.1", "65537", "10109"},  // not port 1
+        {"127.0.0.1", "4294967297", "10109"},
         {"127.0.0.1", "printer", "10109"},
         {"THREE.test", "1", "127.0.0.3:1 127.0.0.1:1 127.0.0.2:1 "},
         {"none.test", "1", ""},

@@ -31,11 +31,15 @@ public:
     const int descriptor;
 };
 
+bool Writes(DWORD access)
+{
+    return (access & (GENERIC_WRITE | GENERIC_ALL)) != 0;
+}
+
 int OpenFlags(DWORD access)
 {
     const bool reads = (access & (GENERIC_READ | GENERIC_ALL)) != 0;
-    const bool writes = (access & (GENERIC_WRITE | GENERIC_ALL)) != 0;
-    const int direction = writes ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
+    const int direction = Writes(access) ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
     // O_NONBLOCK: a planted pipe must not hang the opening before it is seen to be no file.
     return direction | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
 }
@@ -58,17 +62,19 @@ int OpenOrCreate(const char* name, int flags, mode_t mode)
     return -1;
 }
 
-bool IsRegularFile(int descriptor)
+// A regular file, and for a writer one that has no second name: that might be planted for a file of another
+// folder.
+bool IsFit(int descriptor, bool writes)
 {
     struct stat status {};
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && (!writes || status.st_nlink <= 1);
 }
 
 // Writers keep each other out with a lock of the whole file; readers take none. A file system that
 // has no locks is no reason to go without the file.
 bool MayShare(int descriptor, DWORD access, DWORD share)
 {
-    if ((access & (GENERIC_WRITE | GENERIC_ALL)) == 0)
+    if (!Writes(access))
         return true;
     const int lock = (share & FILE_SHARE_WRITE) != 0 ? LOCK_SH : LOCK_EX;
     return flock(descriptor, lock | LOCK_NB) == 0 || errno != EWOULDBLOCK;
@@ -77,7 +83,7 @@ bool MayShare(int descriptor, DWORD access, DWORD share)
 // The error word for what a fresh descriptor can't be used for; 0 when it can.
 DWORD Unfitness(int descriptor, DWORD access, DWORD share, DWORD disposition)
 {
-    if (!IsRegularFile(descriptor))
+    if (!IsFit(descriptor, Writes(access)))
         return ERROR_ACCESS_DENIED;
     if (!MayShare(descriptor, access, share))
         return ERROR_SHARING_VIOLATION;
@@ -142,6 +148,17 @@ DWORD SeekFailed(DWORD error)
     return INVALID_SET_FILE_POINTER;
 }
 
+// A write that fails half way leaves nothing of itself: what it stored at the file's end is cut off again,
+// and the next write begins where it began.
+void TakeBack(int descriptor, DWORD done)
+{
+    const off_t end = lseek(descriptor, 0, SEEK_CUR);
+    const off_t start = lseek(descriptor, -off_t{done}, SEEK_CUR);
+    struct stat status {};
+    if (start >= 0 && fstat(descriptor, &status) == 0 && status.st_size == end)
+        (void)!ftruncate(descriptor, start);
+}
+
 bool HasFileSizeLimit()
 {
     rlimit limit{};
@@ -189,12 +206,13 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void*)
                 held->TakeOff();
             // The descriptor is good: EBADF tells of a handle opened without the right to write.
             SetLastError(errno == EBADF ? ERROR_ACCESS_DENIED : posix_layer::ErrorFromErrno(errno));
+            TakeBack(object->descriptor, done);
             return FALSE;
         }
         done += static_cast<DWORD>(now);
-        if (written != nullptr)
-            *written = done;
     }
+    if (written != nullptr)
+        *written = size;
     return TRUE;
 }
 

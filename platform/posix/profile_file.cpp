@@ -88,6 +88,7 @@ Text TakeLine(Text& text)
     return line;
 }
 
+// In the first section of that name; further ones are not read.
 std::optional<Text> FindValue(Text text, LPCWSTR section, LPCWSTR key)
 {
     bool inSection = false;
@@ -96,6 +97,8 @@ std::optional<Text> FindValue(Text text, LPCWSTR section, LPCWSTR key)
         if (line.empty() || line.front() == u';')
             continue;
         if (line.front() == u'[') {
+            if (inSection)
+                return std::nullopt;
             const std::size_t end = line.rfind(u']');
             inSection = end != Text::npos && SameName(Trim(line.substr(1, end - 1)), section);
             continue;

@@ -45,7 +45,8 @@ int FindAddresses(const char* name, std::vector<ULONG>* addresses)
     return IsWellFormed(name) ? system_resolver::FindAddresses(name, addresses) : WSAHOST_NOT_FOUND;
 }
 
-// The port that a decimal text names, wrapped to 16 bits. False for other texts.
+// The port that a decimal text names, 0 for none. False for other texts and for what is no port number: cut
+// to 16 bits it would be somebody else's.
 bool ReadPort(const char* service, USHORT* port)
 {
     unsigned value = 0;
@@ -53,6 +54,8 @@ bool ReadPort(const char* service, USHORT* port)
         if (*digit < '0' || *digit > '9')
             return false;
         value = value * 10 + static_cast<unsigned>(*digit - '0');
+        if (value > 0xFFFF)
+            return false;
     }
     *port = static_cast<USHORT>(value);
     return true;

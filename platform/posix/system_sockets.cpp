@@ -83,22 +83,21 @@ bool IsSocket(int descriptor)
 }
 
 // A connect that a signal interrupts goes on in the system and can't be called again: this waits for
-// its end. Whoever shuts the socket down meanwhile ends it without an error of its own.
+// its end. Whoever shuts the socket down meanwhile ends it without an error of its own. False with errno.
 bool AwaitConnection(int descriptor)
 {
     pollfd waited{descriptor, POLLOUT, 0};
-    if (!Succeeded(Uninterrupted([&] { return poll(&waited, 1, -1); })))
+    if (Uninterrupted([&] { return poll(&waited, 1, -1); }) < 0)
         return false;
     int error = 0;
     socklen_t size = sizeof error;
-    if (!Succeeded(getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size)))
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) != 0)
         return false;
     sockaddr_in peer{};
     socklen_t peerSize = sizeof peer;
     if (error == 0 && getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerSize) != 0)
-        error = ECONNABORTED;
-    if (error != 0)
-        Fail(error);
+        error = ECONNRESET;  // as for a connect that wasn't interrupted
+    errno = error;
     return error == 0;
 }
 
@@ -123,10 +122,15 @@ int OpenStream()
 
 bool Connect(int descriptor, const sockaddr* address, int length)
 {
-    const int result = connect(descriptor, address, static_cast<socklen_t>(length));
-    if (result < 0 && errno == EINTR)
-        return AwaitConnection(descriptor);
-    return Succeeded(result);
+    if (connect(descriptor, address, static_cast<socklen_t>(length)) == 0 ||
+        (errno == EINTR && AwaitConnection(descriptor)))
+        return true;
+    // A peer refuses a connect; reset is one that was shut down here.
+    if (errno == ECONNRESET)
+        SetLastError(WSA_OPERATION_ABORTED);
+    else
+        Fail(errno);
+    return false;
 }
 
 int Send(int descriptor, const char* buffer, int length)
