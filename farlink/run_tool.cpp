@@ -5,6 +5,7 @@
 
 #include "farlink/commands.h"
 #include "farlink/system_commands.h"
+#include "version/build.h"
 
 namespace farlink {
 
@@ -42,7 +43,7 @@ int Complain(std::string text, ExitStatus status)
 
 void Describe(CLI::App& app)
 {
-    app.set_version_flag("--version", "farlink 1.0");
+    app.set_version_flag("--version", std::string("farlink ") + FarlinkBuild());
     app.require_subcommand(1);
     app.footer(
         "Examples:\n"

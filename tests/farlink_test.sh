@@ -118,6 +118,8 @@ test_settings() {
     [[ -s $folder/Farlink.log ]] && fail "errors are logged where there were none"
     expect 0 log level --defaults
     says '^file  *off'
+    expect 0 --version
+    says '^farlink [0-9.]* ([0-9a-z-]*)$'
     expect 0 about --json
     is_json whole
 }
