@@ -1,17 +1,14 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "farlink/failure.h"
-#include "platform/platform.h"
+#include "farlink/json_output.h"
+#include "farlink/output.h"
 
 // Each command lies in a file of its own, adds itself to the command line, and runs inside the parse.
 namespace farlink {
-
-// Keeps the order in which the fields are written, so that equal answers are equal text.
-using Json = nlohmann::ordered_json;
 
 // One run of the tool: options that more than one command has, and the exit status if none fails.
 struct Run {
@@ -41,14 +38,5 @@ void AddJsonFlag(CLI::App& command, Run& run);
 // The end of a command's --help: each line of `lines` is one command line.
 void AddExamples(CLI::App& command, const std::string& lines);
 extern const char* const kExitStatusHelp;
-
-// To standard output, all of it at once. Bytes that are no UTF-8 are replaced.
-void PrintText(const std::string& text);
-void PrintLine(const std::string& line);
-void PrintJson(const Json& value);      // over several lines, for one answer
-void PrintJsonLine(const Json& value);  // in one line, for a stream
-
-// Rows under headings, each column as wide as its widest cell. Nothing for no rows.
-void PrintTable(const std::vector<std::vector<std::string>>& rows);
 
 }  // namespace farlink

@@ -1,7 +1,7 @@
 #include "farlink/run_tool.h"
 
-#include <cstdio>
 #include <exception>
+#include <sstream>
 
 #include "farlink/commands.h"
 #include "farlink/system_commands.h"
@@ -32,12 +32,9 @@ std::string TextOf(const CLI::App& app, const CLI::ParseError& error)
     return what + "; see '" + CommandOf(app) + " --help'";
 }
 
-int Complain(std::string text, ExitStatus status)
+int Fail(const std::string& text, ExitStatus status)
 {
-    for (char& letter : text)
-        if (letter == '\n' || letter == '\r')
-            letter = ' ';
-    std::fprintf(stderr, "farlink: %s\n", text.c_str());
+    Complain(text);
     return static_cast<int>(status);
 }
 
@@ -51,6 +48,25 @@ void Describe(CLI::App& app)
         "  farlink print --to front-desk badge.prn\n"
         "  farlink COMMAND --help\n\n" +
         std::string(kStateHelp) + "\n\n" + kExitStatusHelp);
+}
+
+int Parse(CLI::App& app, const Run& run, int argc, const char* const* argv)
+{
+    try {
+        app.parse(argc, argv);
+        return static_cast<int>(run.status);
+    } catch (const CLI::Success& asked) {
+        std::ostringstream text;
+        const int status = app.exit(asked, text, text);
+        PrintText(text.str());
+        return status;
+    } catch (const CLI::ParseError& error) {
+        return Fail(TextOf(app, error), ExitStatus::Usage);
+    } catch (const Failure& failure) {
+        return Fail(failure.what(), failure.Status());
+    } catch (const std::exception& error) {
+        return Fail(error.what(), ExitStatus::Failed);
+    }
 }
 
 }  // namespace
@@ -70,18 +86,10 @@ int RunTool(int argc, const char* const* argv)
     AddSampleCommand(app);
     AddCompletionCommand(app);
     AddManCommand(app);
-    try {
-        app.parse(argc, argv);
-        return static_cast<int>(run.status);
-    } catch (const CLI::Success& asked) {
-        return app.exit(asked);
-    } catch (const CLI::ParseError& error) {
-        return Complain(TextOf(app, error), ExitStatus::Usage);
-    } catch (const Failure& failure) {
-        return Complain(failure.what(), failure.Status());
-    } catch (const std::exception& error) {
-        return Complain(error.what(), ExitStatus::Failed);
-    }
+    const int status = Parse(app, run, argc, argv);
+    if (OutputIsBroken() && status == static_cast<int>(ExitStatus::Done))
+        return Fail("Standard output can't be written: " + OutputError(), ExitStatus::Failed);
+    return status;
 }
 
 }  // namespace farlink

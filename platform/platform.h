@@ -13,6 +13,11 @@
 using WideString = std::basic_string<WCHAR>;
 using WideStringView = std::basic_string_view<WCHAR>;
 
+// What is no character in the one encoding (a lone surrogate, an overlong or broken sequence) becomes U+FFFD
+// in the other. Any thread.
+std::string ToUtf8(WideStringView text);
+WideString ToUtf16(std::string_view text);
+
 // Ends every call that is blocked on the socket: both directions are shut down, and pending
 // operations are cancelled where the system can do that. Calls that begin later don't block: a send
 // fails, a recv may first give what had come, then 0 or a failure. A connect that has not yet reached the

@@ -2,7 +2,6 @@
 
 #include "farlink/commands.h"
 #include "farlink/ports/port_administration.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

@@ -1,7 +1,7 @@
 #include <memory>
 
-#include "farlink/command_tree.h"
 #include "farlink/commands.h"
+#include "farlink/commands/command_tree.h"
 
 namespace farlink {
 

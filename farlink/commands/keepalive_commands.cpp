@@ -3,7 +3,6 @@
 
 #include "farlink/commands.h"
 #include "farlink/ports/port_use.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

@@ -8,7 +8,6 @@
 #include "farlink/log/log_settings.h"
 #include "farlink/log/log_show.h"
 #include "farlink/ports/spooler_lists.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

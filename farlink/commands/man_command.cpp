@@ -1,5 +1,5 @@
-#include "farlink/command_tree.h"
 #include "farlink/commands.h"
+#include "farlink/commands/command_tree.h"
 
 namespace farlink {
 

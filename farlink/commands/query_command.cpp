@@ -10,7 +10,6 @@
 #include "farlink/log/hex_text.h"
 #include "farlink/ports/port_failure.h"
 #include "farlink/ports/port_lookup.h"
-#include "farlink/wide_text.h"
 #include "spooler/spooler.h"
 
 namespace farlink {

@@ -3,10 +3,10 @@
 #include <fstream>
 #include <memory>
 
-#include "farlink/card_drawing.h"
 #include "farlink/commands.h"
+#include "farlink/commands/card_drawing.h"
+#include "farlink/file_path.h"
 #include "farlink/sizes.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

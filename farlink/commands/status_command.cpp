@@ -10,7 +10,6 @@
 #include "farlink/ports/port_lookup.h"
 #include "farlink/ports/port_use.h"
 #include "farlink/ports/spooler_lists.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

@@ -4,7 +4,6 @@
 
 #include "farlink/failure.h"
 #include "farlink/ports/spooler_lists.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

@@ -1,7 +1,6 @@
 #include "farlink/ports/port_failure.h"
 
 #include "farlink/error_words.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

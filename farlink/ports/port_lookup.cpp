@@ -2,7 +2,6 @@
 
 #include "farlink/failure.h"
 #include "farlink/ports/spooler_lists.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

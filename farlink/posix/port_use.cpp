@@ -6,7 +6,6 @@
 #include "farlink/job_following.h"
 #include "farlink/ports/port_failure.h"
 #include "farlink/ports/spooler_lists.h"
-#include "farlink/wide_text.h"
 #include "spooler/spooler.h"
 
 namespace farlink {

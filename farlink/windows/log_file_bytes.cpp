@@ -9,7 +9,7 @@
 
 #include "farlink/failure.h"
 #include "farlink/log/log_file_bytes.h"
-#include "farlink/wide_text.h"
+#include "farlink/file_path.h"
 
 namespace farlink {
 

@@ -2,7 +2,6 @@
 
 #include <array>
 
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "farlink/run_tool.h"
-#include "farlink/wide_text.h"
 #include "platform/platform.h"
 
 #include <shellapi.h>
@@ -17,7 +16,7 @@ int main()
         return 1;
     std::vector<std::string> texts;
     for (int i = 0; i < count; ++i)
-        texts.push_back(farlink::ToUtf8(words[i]));
+        texts.push_back(ToUtf8(words[i]));
     LocalFree(words);
 
     std::vector<const char*> arguments;

@@ -4,7 +4,6 @@
 #include "farlink/commands.h"
 #include "farlink/ports/spooler_lists.h"
 #include "farlink/ports/spooler_records.h"
-#include "farlink/wide_text.h"
 
 namespace farlink {
 

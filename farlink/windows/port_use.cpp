@@ -1,7 +1,6 @@
 #include "farlink/ports/port_use.h"
 
 #include "farlink/failure.h"
-#include "farlink/wide_text.h"
 #include "farlink/windows/printer_ports.h"
 #include "printserver/tcp.h"
 

@@ -1,4 +1,4 @@
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ void AppendUtf8(std::string& out, char32_t code)
     }
 }
 
-void AppendUtf16(std::u16string& out, char32_t code)
+void AppendUtf16(WideString& out, char32_t code)
 {
     if (code < 0x10000) {
         out += static_cast<char16_t>(code);
@@ -62,7 +62,7 @@ Lead ReadLead(unsigned char byte)
 
 }  // namespace
 
-std::string ToUtf8(std::u16string_view text)
+std::string ToUtf8(WideStringView text)
 {
     std::string out;
     out.reserve(text.size());
@@ -77,9 +77,9 @@ std::string ToUtf8(std::u16string_view text)
     return out;
 }
 
-std::u16string ToUtf16(std::string_view text)
+WideString ToUtf16(std::string_view text)
 {
-    std::u16string out;
+    WideString out;
     out.reserve(text.size());
     for (std::size_t i = 0; i < text.size();) {
         const Lead lead = ReadLead(static_cast<unsigned char>(text[i++]));

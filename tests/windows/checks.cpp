@@ -2,8 +2,6 @@
 
 #include <cstdio>
 
-#include "platform/platform.h"
-
 namespace checks {
 
 namespace {
@@ -34,24 +32,6 @@ int Finish()
     std::printf("%d passed, %d failed\n", passedCount, failedCount);
     std::fflush(stdout);
     return failedCount == 0 && passedCount > 0 ? 0 : 1;
-}
-
-std::string Narrow(const wchar_t* text)
-{
-    const int size = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8.data(), size, nullptr, nullptr);
-    utf8.pop_back();
-    return utf8;
-}
-
-std::wstring Wide(const char* text)
-{
-    const int size = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
-    std::wstring utf16(static_cast<std::size_t>(size), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text, -1, utf16.data(), size);
-    utf16.pop_back();
-    return utf16;
 }
 
 }  // namespace checks

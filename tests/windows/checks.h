@@ -16,7 +16,4 @@ bool CheckEqual(unsigned long long word, unsigned long long wanted, const std::s
 // The process's exit status: 0 if every check passed, and there was one.
 int Finish();
 
-std::string Narrow(const wchar_t* text);
-std::wstring Wide(const char* text);
-
 }  // namespace checks

@@ -34,7 +34,7 @@ void CheckTable(const std::vector<std::string>& words)
 {
     EmptySettings();
     TurnLogOn();
-    DirectMonitor monitor(checks::Wide(words.at(0).c_str()));
+    DirectMonitor monitor(ToUtf16(words.at(0)));
     const MONITOR2& table = monitor.Table();
     checks::CheckEqual(table.cbSize, std::stoul(words.at(1)), "the table's size");
     checks::Check(table.pfnEnumPorts != nullptr && table.pfnXcvDataPort != nullptr &&
@@ -48,7 +48,7 @@ void CheckTable(const std::vector<std::string>& words)
 
 void CheckUnload(const std::vector<std::string>& words)
 {
-    const std::wstring path = checks::Wide(words.at(0).c_str());
+    const std::wstring path = ToUtf16(words.at(0));
     EmptySettings();
     for (const char* time : {"first", "second"}) {
         DirectMonitor monitor(path);
@@ -65,7 +65,7 @@ void CheckUnload(const std::vector<std::string>& words)
 void CheckLeaving(const std::vector<std::string>& words)
 {
     EmptySettings();
-    static DirectMonitor monitor(checks::Wide(words.at(0).c_str()));
+    static DirectMonitor monitor(ToUtf16(words.at(0)));
     const auto server = static_cast<WORD>(std::stoul(words.at(1)));
     checks::CheckEqual(monitor.PointPort(kPort, server), 0, "a port to leave");
     const HANDLE port = monitor.OpenPort(kPort);
@@ -114,7 +114,7 @@ void CheckRounds(const std::vector<std::string>& words)
             threads = ThreadCount();
             handle = NextHandle();
         }
-        passed += FailTwice(checks::Wide(words.at(0).c_str()), server) ? 1 : 0;
+        passed += FailTwice(ToUtf16(words.at(0)), server) ? 1 : 0;
     }
     checks::CheckEqual(passed, count, "rounds of failing documents");
     checks::CheckEqual(ThreadCount(), threads, "threads after all rounds");

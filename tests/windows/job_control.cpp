@@ -30,7 +30,7 @@ void Record(const std::string& text)
 
 BOOL WINAPI OpenPrinterHook(LPWSTR name, LPHANDLE printer, LPPRINTER_DEFAULTSW defaults)
 {
-    Record("open " + (name == nullptr ? std::string("nothing") : checks::Narrow(name)) +
+    Record("open " + (name == nullptr ? std::string("nothing") : ToUtf8(name)) +
            (defaults == nullptr ? "" : " with defaults"));
     *printer = kPrinter;
     return TRUE;
@@ -140,7 +140,7 @@ void CheckJobControl(const std::vector<std::string>& words)
         {"never ended, but being deleted", kNeverEnding, 10, JOB_STATUS_DELETING, "close", true},
     };
     EmptySettings();
-    DirectMonitor monitor(checks::Wide(words.at(0).c_str()));
+    DirectMonitor monitor(ToUtf16(words.at(0)));
     ReplaceImports(monitor.Library());
     for (const JobCase& each : kCases)
         Play(monitor, each, static_cast<WORD>(std::stoul(words.at(1 + each.server))));

@@ -28,7 +28,7 @@ bool LoadOnce()
 
 void Install(const std::vector<std::string>& words)
 {
-    const std::wstring library = checks::Wide(words.at(0).c_str());
+    const std::wstring library = ToUtf16(words.at(0));
     checks::Check(Add(library) != FALSE, "AddMonitorW", "error " + std::to_string(GetLastError()));
     const BOOL again = Add(library);
     checks::CheckEqual(again ? 0 : GetLastError(), kAlreadyInstalled, "AddMonitorW of the same name again");

@@ -51,10 +51,10 @@ void CheckAboutText()
     std::vector<WCHAR> text(1000);
     DWORD needed = 0;
     session.Ask(L"GetAboutString", nullptr, 0, text.data(), 2000, &needed);
-    checks::Check(std::wstring(text.data()) == kAbout, "the about text", checks::Narrow(text.data()));
+    checks::Check(std::wstring(text.data()) == kAbout, "the about text", ToUtf8(text.data()));
     session.Ask(L"MonitorUI", nullptr, 0, text.data(), 2000, &needed);
     checks::Check(std::wstring(text.data()) == L"FarlinkUI.dll", "the user interface's library",
-                  checks::Narrow(text.data()));
+                  ToUtf8(text.data()));
 }
 
 DWORD Add(const std::wstring& port, const std::wstring& server, WORD number)
@@ -69,7 +69,7 @@ std::string Joined(const std::vector<std::wstring>& names)
 {
     std::string text;
     for (const std::wstring& name : names)
-        text += checks::Narrow(name.c_str()) + "; ";
+        text += ToUtf8(name.c_str()) + "; ";
     return text;
 }
 
@@ -97,10 +97,10 @@ void CheckSettings(const std::wstring& port, const std::wstring& server, WORD nu
     session.Ask(L"GetPortProperties", version.data(), 4, &settings, sizeof settings, &needed);
     session.Ask(L"GetKeepAliveValues", version.data(), 4, &times, sizeof times, &needed);
     checks::Check(settings.portName == port && settings.server == server && settings.portNumber == number,
-                  "settings of " + checks::Narrow(port.c_str()),
-                  checks::Narrow(settings.server) + " " + std::to_string(settings.portNumber));
+                  "settings of " + ToUtf8(port.c_str()),
+                  ToUtf8(settings.server) + " " + std::to_string(settings.portNumber));
     checks::Check(times.keepAlivePeriod == period && times.keepAliveTimeout == timeout,
-                  "keep-alive times of " + checks::Narrow(port.c_str()),
+                  "keep-alive times of " + ToUtf8(port.c_str()),
                   std::to_string(times.keepAlivePeriod) + " " + std::to_string(times.keepAliveTimeout));
 }
 

@@ -89,7 +89,7 @@ void CheckPrinting(const std::vector<std::string>& words)
 
 void AddCheckPrinter(const std::vector<std::string>& words)
 {
-    const HANDLE printer = AddPrinterOn(checks::Wide(words.at(0).c_str()));
+    const HANDLE printer = AddPrinterOn(ToUtf16(words.at(0)));
     checks::Check(printer != nullptr, "a printer is added", "error " + std::to_string(GetLastError()));
     ClosePrinter(printer);
 }

@@ -1,4 +1,4 @@
-#include "farlink/card_drawing.h"
+#include "farlink/commands/card_drawing.h"
 
 #include <algorithm>
 #include <array>

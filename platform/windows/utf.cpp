@@ -1,6 +1,4 @@
-#include "farlink/wide_text.h"
-
-namespace farlink {
+#include "platform/platform.h"
 
 std::string ToUtf8(WideStringView text)
 {
@@ -19,10 +17,3 @@ WideString ToUtf16(std::string_view text)
     MultiByteToWideChar(CP_UTF8, 0, text.data(), length, utf16.data(), size);
     return utf16;
 }
-
-std::filesystem::path PathOf(const std::string& name)
-{
-    return ToUtf16(name);
-}
-
-}  // namespace farlink

@@ -1,4 +1,4 @@
-#include "farlink/command_tree.h"
+#include "farlink/commands/command_tree.h"
 
 #include <algorithm>
 
