@@ -15,12 +15,12 @@ constexpr std::size_t kLineSize = 1023;  // NUL included
 constexpr char kLineEnd[] = "\r\n";
 
 // Gives the line's length without its NUL.
-std::size_t BuildLine(char (&line)[kLineSize], const char* message, bool mayWait)
+std::size_t BuildLine(char (&line)[kLineSize], const char* message)
 {
     SYSTEMTIME time;
     GetLocalTime(&time);
     char tag[kThreadPortTagSize];
-    GetThreadPortTag(tag, mayWait);
+    GetThreadPortTag(tag);
     const std::size_t length = FormatText(
         line, sizeof(line) - 2, "%02d:%02d:%02d.%03d %s 0x%08X\t%s",
         {time.wHour, time.wMinute, time.wSecond, time.wMilliseconds, static_cast<const char*>(tag),
@@ -35,7 +35,7 @@ void WriteLine(const char* message, bool mayWait)
         return;
     const DWORD lastError = GetLastError();
     char line[kLineSize];
-    const std::size_t length = BuildLine(line, message, mayWait);
+    const std::size_t length = BuildLine(line, message);
     if (gLogToDebugOutput.load(std::memory_order_relaxed) != 0)
         OutputDebugStringA(line);
     if (gLogToFile.load(std::memory_order_relaxed) != 0)

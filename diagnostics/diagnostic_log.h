@@ -28,7 +28,7 @@ inline bool EventIsLogged(DWORD eventTypes)
 
 // Writes one line: time, the thread's port tag, thread id, message, CR LF; at most 1022 bytes, cut if
 // need be. The message is written whatever its type: callers test the event bits. Any thread, with any
-// lock held; takes two leaf locks one after the other. The thread's last error stays as it is.
+// lock held; takes one leaf lock. The thread's last error stays as it is.
 void vexkitTypeDiagnosticPuts(const char* message);
 
 // The same for the last line of a process that is ending with its other threads still running or

@@ -13,7 +13,7 @@ void DiagnosticsStartup(DWORD reason)
     }
     CreateLogLock();
     CreateTraceDepthSlot();
-    CreateThreadTags();
+    CreateThreadTagSlot();
 }
 
 void DiagnosticsShutdown()
@@ -22,5 +22,5 @@ void DiagnosticsShutdown()
     DestroyLogLock();
     FreeTraceDepthSlot();
     DestroyLogFiles();
-    DestroyThreadTags();
+    FreeThreadTagSlot();
 }

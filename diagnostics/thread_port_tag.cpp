@@ -1,83 +1,58 @@
 #include "diagnostics/thread_port_tag.h"
 
 #include <cstring>
-#include <map>
-#include <new>
 
 #include "diagnostics/format_text.h"
-#include "diagnostics/locks.h"
 
 namespace {
 
 constexpr char kNoTag[] = "N/A";
 
-// Kept as it was given: most tags are never printed.
-struct Tag {
-    WCHAR server[49];
-    WORD portNumber;
-};
+DWORD gThreadTagSlot = TLS_OUT_OF_INDEXES;  // of a thread's CThreadPortTag
 
-// On the heap, made and destroyed with the library's attach and detach.
-CLock* gThreadTagLock = nullptr;
-std::map<DWORD, Tag>* gThreadTags THREAD_ANNOTATION(pt_guarded_by(*gThreadTagLock)) = nullptr;
-
-void CopyTag(char (&tag)[kThreadPortTagSize]) THREAD_ANNOTATION(requires_capability(*gThreadTagLock))
+void SetTag(CThreadPortTag* tag)
 {
-    const auto found = gThreadTags->find(GetCurrentThreadId());
-    if (found != gThreadTags->end())
-        FormatText(tag, sizeof(tag), "%S:%u",
-                   {static_cast<const WCHAR*>(found->second.server), found->second.portNumber});
+    if (gThreadTagSlot != TLS_OUT_OF_INDEXES)
+        (void)TlsSetValue(gThreadTagSlot, tag);  // a job is worth more than its tag
 }
 
 }  // namespace
 
-CThreadPortTag::CThreadPortTag(LPCWSTR server, WORD portNumber)
+CThreadPortTag::CThreadPortTag(LPCWSTR serverName, WORD port) : portNumber(port)
 {
-    if (server == nullptr || gThreadTagLock == nullptr)
+    if (serverName == nullptr)
         return;
-    CLockScope held(*gThreadTagLock);
-    try {
-        Tag& tag = (*gThreadTags)[GetCurrentThreadId()];
-        const std::size_t length = WideStringView(server).copy(tag.server, std::size(tag.server) - 1);
-        tag.server[length] = 0;
-        tag.portNumber = portNumber;
-    } catch (const std::bad_alloc&) {  // a job is worth more than its tag
-        gThreadTags->erase(GetCurrentThreadId());
-    }
+    std::size_t length = 0;
+    for (; length < std::size(server) - 1 && serverName[length] != 0; ++length)
+        server[length] = serverName[length];
+    server[length] = 0;
+    SetTag(this);
 }
 
 CThreadPortTag::~CThreadPortTag()
 {
-    if (gThreadTagLock == nullptr)
-        return;
-    CLockScope held(*gThreadTagLock);
-    gThreadTags->erase(GetCurrentThreadId());
+    SetTag(nullptr);
 }
 
-void GetThreadPortTag(char (&tag)[kThreadPortTagSize], bool mayWait)
+void GetThreadPortTag(char (&text)[kThreadPortTagSize])
 {
-    std::memcpy(tag, kNoTag, sizeof(kNoTag));
-    if (mayWait) {
-        CLockScope held(*gThreadTagLock);
-        CopyTag(tag);
-    } else if (gThreadTagLock->TryEnter()) {
-        CopyTag(tag);
-        gThreadTagLock->Leave();
-    }
+    const void* const stored = gThreadTagSlot != TLS_OUT_OF_INDEXES ? TlsGetValue(gThreadTagSlot) : nullptr;
+    const auto* const tag = static_cast<const CThreadPortTag*>(stored);
+    if (tag == nullptr)
+        std::memcpy(text, kNoTag, sizeof(kNoTag));
+    else
+        FormatText(text, sizeof(text), "%S:%u", {tag->Server(), tag->PortNumber()});
 }
 
-void CreateThreadTags()
+void CreateThreadTagSlot()
 {
-    if (gThreadTags != nullptr)
-        return;
-    gThreadTagLock = new CLock;
-    gThreadTags = new std::map<DWORD, Tag>;
+    if (gThreadTagSlot == TLS_OUT_OF_INDEXES)
+        gThreadTagSlot = TlsAlloc();
 }
 
-void DestroyThreadTags() THREAD_ANNOTATION(no_thread_safety_analysis)
+void FreeThreadTagSlot()
 {
-    delete gThreadTags;
-    gThreadTags = nullptr;
-    delete gThreadTagLock;
-    gThreadTagLock = nullptr;
+    if (gThreadTagSlot != TLS_OUT_OF_INDEXES)
+        TlsFree(gThreadTagSlot);
+    gThreadTagSlot = TLS_OUT_OF_INDEXES;
 }

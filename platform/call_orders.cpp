@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "platform/platform.h"
 #include "platform/test_switches.h"
 
 namespace {

@@ -4,8 +4,8 @@
 
 #include <exception>
 
-#include "platform/call_orders.h"
-#include "platform/posix/win32_kernel.h"
+#include "platform/call_watch.h"
+#include "platform/posix/win32_inline.h"
 
 namespace posix_layer {
 

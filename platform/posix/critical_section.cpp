@@ -1,36 +1,53 @@
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+
 #include "platform/posix/call_switch.h"
+#include "platform/posix/win32_inline.h"
 
 void InitializeCriticalSection(CRITICAL_SECTION* section)
 {
     posix_layer::CountCall("InitializeCriticalSection");
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutex_init(&section->mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
+    ::new (section) CRITICAL_SECTION{};
+    TELL_THREAD_SANITIZER(__tsan_mutex_create(section, __tsan_mutex_write_reentrant));
 }
 
-void DeleteCriticalSection(CRITICAL_SECTION* section)
+void DeleteCriticalSection([[maybe_unused]] CRITICAL_SECTION* section)
 {
     posix_layer::CountCall("DeleteCriticalSection");
-    pthread_mutex_destroy(&section->mutex);
+    TELL_THREAD_SANITIZER(__tsan_mutex_destroy(section, __tsan_mutex_write_reentrant));
 }
 
-void EnterCriticalSection(CRITICAL_SECTION* section)
+namespace posix_layer {
+
+// The system puts a thread to sleep only while the word still has the value that the thread saw (futex(2)),
+// so a release in between is not missed. It keeps errno: a lock is taken between a call and its error.
+void WaitForSection(CRITICAL_SECTION* section)
 {
-    posix_layer::CountCall("EnterCriticalSection");
-    pthread_mutex_lock(&section->mutex);
+    const int error = errno;
+    while (section->state.exchange(2, std::memory_order_acquire) != 0)
+        syscall(SYS_futex, &section->state, FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
+    section->owner.store(ThisThread(), std::memory_order_relaxed);
+    errno = error;
 }
 
-BOOL TryEnterCriticalSection(CRITICAL_SECTION* section)
+void WakeWaiter(CRITICAL_SECTION* section)
 {
-    if (posix_layer::CallFails("TryEnterCriticalSection"))
-        return FALSE;
-    return pthread_mutex_trylock(&section->mutex) == 0;
+    const int error = errno;
+    syscall(SYS_futex, &section->state, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    errno = error;
 }
 
-void LeaveCriticalSection(CRITICAL_SECTION* section)
-{
-    posix_layer::CountCall("LeaveCriticalSection");
-    pthread_mutex_unlock(&section->mutex);
-}
+namespace {
+
+// The library's own copies of the calls, for those who find them by name.
+[[gnu::used]] constexpr void (*enter)(CRITICAL_SECTION*) = &EnterCriticalSection;
+[[gnu::used]] constexpr BOOL (*tryEnter)(CRITICAL_SECTION*) = &TryEnterCriticalSection;
+[[gnu::used]] constexpr void (*leave)(CRITICAL_SECTION*) = &LeaveCriticalSection;
+
+}  // namespace
+
+}  // namespace posix_layer

@@ -2,24 +2,7 @@
 
 #include <cerrno>
 
-#include "platform/posix/win32_kernel.h"
-
-namespace {
-
-// Found at a fixed place of the thread, without a call: it is touched by nearly every call of the layer.
-[[gnu::tls_model("initial-exec")]] constinit thread_local DWORD lastError = ERROR_SUCCESS;
-
-}  // namespace
-
-DWORD GetLastError()
-{
-    return lastError;
-}
-
-void SetLastError(DWORD error)
-{
-    lastError = error;
-}
+#include "platform/posix/win32_inline.h"
 
 namespace posix_layer {
 

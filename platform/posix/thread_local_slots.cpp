@@ -1,48 +1,104 @@
-#include <climits>
+#include <pthread.h>
+
+#include <cstdlib>
+#include <mutex>
 
 #include "platform/posix/call_switch.h"
 #include "platform/posix/last_error.h"
+#include "platform/posix/win32_inline.h"
 
-// A slot is a key of the thread library, which starts null in every thread.
+namespace posix_layer {
+
+constinit thread_local ThreadWords threadWords{};
+std::atomic<DWORD> slotUses[kMaxSlots];
 
 namespace {
 
-BOOL Succeeded(int error)
+std::mutex allocation;
+
+// A thread's values go with the thread.
+void FreeSlots(void* slots)
 {
-    if (error == 0)
-        return TRUE;
-    SetLastError(posix_layer::ErrorFromErrno(error));
-    return FALSE;
+    threadWords.slotCount = 0;
+    threadWords.slots = nullptr;
+    std::free(slots);
+}
+
+pthread_key_t KeyOfThreadsWithValues()
+{
+    static const pthread_key_t key = [] {
+        pthread_key_t made = 0;
+        pthread_key_create(&made, &FreeSlots);
+        return made;
+    }();
+    return key;
+}
+
+bool MakeRoom(DWORD count)
+{
+    auto* const slots = static_cast<SlotValue*>(std::realloc(threadWords.slots, count * sizeof(SlotValue)));
+    if (slots == nullptr)
+        return false;
+    for (DWORD slot = threadWords.slotCount; slot < count; ++slot)
+        slots[slot] = {nullptr, 0};
+    threadWords.slots = slots;
+    threadWords.slotCount = count;
+    return pthread_setspecific(KeyOfThreadsWithValues(), slots) == 0;
+}
+
+bool IsAllocated(DWORD slot)
+{
+    return slot < kMaxSlots && slotUses[slot].load(std::memory_order_relaxed) % 2 == 1;
 }
 
 }  // namespace
+
+bool StoreFirstValue(DWORD slot, LPVOID value)
+{
+    if (slot >= kMaxSlots || !MakeRoom(slot + 1)) {
+        SetLastError(slot >= kMaxSlots ? ERROR_INVALID_PARAMETER : ERROR_NOT_ENOUGH_MEMORY);
+        return false;
+    }
+    threadWords.slots[slot] = {value, slotUses[slot].load(std::memory_order_relaxed)};
+    return true;
+}
+
+}  // namespace posix_layer
 
 DWORD TlsAlloc()
 {
     if (posix_layer::CallFails("TlsAlloc"))
         return TLS_OUT_OF_INDEXES;
-    pthread_key_t key = 0;
-    return Succeeded(pthread_key_create(&key, nullptr)) ? DWORD{key} : TLS_OUT_OF_INDEXES;
+    const std::lock_guard lock(posix_layer::allocation);
+    for (DWORD slot = 0; slot < posix_layer::kMaxSlots; ++slot) {
+        if (!posix_layer::IsAllocated(slot)) {
+            ++posix_layer::slotUses[slot];
+            return slot;
+        }
+    }
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return TLS_OUT_OF_INDEXES;
 }
 
 BOOL TlsFree(DWORD slot)
 {
     if (posix_layer::CallFails("TlsFree"))
         return FALSE;
-    return Succeeded(pthread_key_delete(slot));
-}
-
-LPVOID TlsGetValue(DWORD slot)
-{
-    if (posix_layer::CallFails("TlsGetValue"))
-        return nullptr;
-    SetLastError(slot < PTHREAD_KEYS_MAX ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER);
-    return pthread_getspecific(slot);
-}
-
-BOOL TlsSetValue(DWORD slot, LPVOID value)
-{
-    if (posix_layer::CallFails("TlsSetValue"))
+    const std::lock_guard lock(posix_layer::allocation);
+    if (!posix_layer::IsAllocated(slot)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
-    return Succeeded(pthread_setspecific(slot, value));
+    }
+    ++posix_layer::slotUses[slot];  // what threads have stored counts no more
+    return TRUE;
 }
+
+namespace {
+
+// The library's own copies of the calls, for those who find them by name.
+[[gnu::used]] constexpr LPVOID (*get)(DWORD) = &TlsGetValue;
+[[gnu::used]] constexpr BOOL (*set)(DWORD, LPVOID) = &TlsSetValue;
+[[gnu::used]] constexpr DWORD (*getError)() = &GetLastError;
+[[gnu::used]] constexpr void (*setError)(DWORD) = &SetLastError;
+
+}  // namespace

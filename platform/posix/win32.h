@@ -12,3 +12,5 @@
 #include "win32_security.h"
 #include "win32_sockets.h"
 #include "win32_spooler.h"
+
+#include "win32_inline.h"

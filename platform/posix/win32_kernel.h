@@ -3,7 +3,7 @@
 // Errors, time, threads, events, locks, thread-local slots, files, modules, versions, profile files
 // and strings.
 
-#include <pthread.h>
+#include <atomic>
 
 #include "win32_types.h"
 
@@ -60,8 +60,11 @@ DWORD GetCurrentProcessId();
 
 // --- critical sections: a lock that its holder may take again -------------------------------------
 
+// Its fields are the layer's own.
 struct CRITICAL_SECTION {
-    pthread_mutex_t mutex;
+    std::atomic<int> state;    // 0 free, 1 held, 2 held and somebody may be waiting
+    int depth;                 // how often its holder has taken it again
+    std::atomic<void*> owner;  // names the holding thread
 };
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
