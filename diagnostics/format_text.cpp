@@ -10,12 +10,10 @@ bool IsContinuation(char byte)
     return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// The part of `text` that `room` bytes hold without splitting a character. Text that isn't UTF-8 is
-// cut at the room.
-std::size_t WholeCharacters(const char* text, std::size_t length, std::size_t room)
+// The part of a text longer than `room` bytes that these hold without splitting a character. Text that isn't
+// UTF-8 is cut at the room.
+std::size_t WholeCharacters(const char* text, std::size_t room)
 {
-    if (length <= room)
-        return length;
     for (std::size_t back = 0; back < 4 && back <= room; back++) {
         if (!IsContinuation(text[room - back]))
             return room - back;
@@ -28,9 +26,17 @@ class CBoundedText {
 public:
     CBoundedText(char* target, std::size_t size) : buffer(target), room(size - 1) {}
 
+    void Append(char letter)
+    {
+        if (room == 0)
+            return;
+        buffer[length++] = letter;
+        --room;
+    }
+
     void Append(const char* text, std::size_t textLength)
     {
-        const std::size_t taken = WholeCharacters(text, textLength, room);
+        const std::size_t taken = textLength <= room ? textLength : WholeCharacters(text, room);
         std::memcpy(buffer + length, text, taken);
         length += taken;
         room = taken == textLength ? room - taken : 0;
@@ -102,14 +108,13 @@ char32_t ReadCodePoint(const WCHAR*& text)
     return 0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00);
 }
 
+// Of a code point beyond ASCII.
 void AppendCodePoint(CBoundedText& text, char32_t code)
 {
     char bytes[4];
     std::size_t length = 0;
     const auto put = [&](char32_t byte) { bytes[length++] = static_cast<char>(byte); };
-    if (code < 0x80) {
-        put(code);
-    } else if (code < 0x800) {
+    if (code < 0x800) {
         put(0xC0 | (code >> 6));
     } else if (code < 0x10000) {
         put(0xE0 | (code >> 12));
@@ -119,15 +124,18 @@ void AppendCodePoint(CBoundedText& text, char32_t code)
         put(0x80 | ((code >> 12) & 0x3F));
         put(0x80 | ((code >> 6) & 0x3F));
     }
-    if (code >= 0x80)
-        put(0x80 | (code & 0x3F));
+    put(0x80 | (code & 0x3F));
     text.Append(bytes, length);
 }
 
 void AppendWide(CBoundedText& text, const WCHAR* wide)
 {
-    while (*wide != 0 && !text.IsFull())
-        AppendCodePoint(text, ReadCodePoint(wide));
+    while (*wide != 0 && !text.IsFull()) {
+        if (*wide < 0x80)
+            text.Append(static_cast<char>(*wide++));
+        else
+            AppendCodePoint(text, ReadCodePoint(wide));
+    }
 }
 
 void AppendText(CBoundedText& text, const FormatArgument& argument)
@@ -174,7 +182,7 @@ void AppendInteger(CBoundedText& text, const Conversion& conversion, const Forma
     const auto length = static_cast<std::size_t>(end - digits);
     text.Append(digits, sign);
     for (std::size_t filled = length; filled < conversion.width; filled++)
-        text.Append(conversion.zeroFilled ? "0" : " ", 1);
+        text.Append(conversion.zeroFilled ? '0' : ' ');
     text.Append(digits + sign, length - sign);
 }
 
@@ -187,7 +195,7 @@ void AppendConversion(CBoundedText& text, const Conversion& conversion, const Fo
     else if (IsOneOf(conversion.letter, "diuxX") && !isText)
         AppendInteger(text, conversion, argument);
     else
-        text.Append("?", 1);
+        text.Append('?');
 }
 
 }  // namespace
@@ -204,9 +212,9 @@ std::size_t FormatText(char* buffer, std::size_t size, const char* format, Forma
             break;
         const Conversion conversion = ReadConversion(++format);
         if (conversion.letter == '%')
-            text.Append("%", 1);
+            text.Append('%');
         else if (conversion.letter == '\0' || next == arguments.end())
-            text.Append("?", 1);
+            text.Append('?');
         else
             AppendConversion(text, conversion, *next++);
     }

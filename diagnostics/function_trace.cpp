@@ -1,29 +1,12 @@
 #include "diagnostics/function_trace.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <new>
-
-#include "diagnostics/diagnostic_log.h"
 
 namespace {
 
 constexpr std::size_t kTextSize = 2000;  // of a formatted text, and of a line built from it
-
-DWORD gTraceDepthSlot = TLS_OUT_OF_INDEXES;
-
-// The thread's number of open scopes. Reading sets the last error even when it succeeds, writing only when
-// it fails.
-int TraceDepth()
-{
-    return static_cast<int>(reinterpret_cast<std::intptr_t>(TlsGetValue(gTraceDepthSlot)));
-}
-
-bool SetTraceDepth(int depth)
-{
-    return TlsSetValue(gTraceDepthSlot, reinterpret_cast<LPVOID>(static_cast<std::intptr_t>(depth))) != FALSE;
-}
 
 // Writes "%s{%s" and its like: four blanks per level, then the line.
 void WriteIndented(int depth, const char* format, FormatArguments arguments)
@@ -37,19 +20,7 @@ void WriteIndented(int depth, const char* format, FormatArguments arguments)
 
 }  // namespace
 
-void CFunctionTrace::Enter(const char* format, FormatArguments arguments)
-{
-    if (!EventIsOn(krelpmEventTrace))
-        return;
-    if (gTraceDepthSlot != TLS_OUT_OF_INDEXES) {
-        const DWORD lastError = GetLastError();
-        depth = TraceDepth();
-        counted = SetTraceDepth(depth + 1);
-        SetLastError(lastError);
-    }
-    if (AnySinkOn())
-        WriteEntry(format, arguments);
-}
+DWORD gTraceDepthSlot = TLS_OUT_OF_INDEXES;
 
 // Out of line: its buffers would otherwise stand in every traced method's path.
 void CFunctionTrace::WriteEntry(const char* format, FormatArguments arguments) const
@@ -61,14 +32,6 @@ void CFunctionTrace::WriteEntry(const char* format, FormatArguments arguments) c
     char text[kTextSize];
     FormatText(text, sizeof(text), format, arguments);
     WriteIndented(depth, "{%s: %s", {functionName, static_cast<const char*>(text)});
-}
-
-CFunctionTrace::~CFunctionTrace()
-{
-    if (counted && gTraceDepthSlot != TLS_OUT_OF_INDEXES)
-        (void)SetTraceDepth(depth);  // scopes end in the reverse of their order
-    if (AnySinkOn())
-        WriteExit();
 }
 
 void CFunctionTrace::WriteExit() const
@@ -86,8 +49,6 @@ void CFunctionTrace::WriteExit() const
 
 void CFunctionTrace::StoreFailure(const char* format, FormatArguments arguments)
 {
-    if (!AnySinkOn())
-        return;
     char text[kTextSize];
     const std::size_t length = FormatText(text, sizeof(text), format, arguments);
     failed = length > 0;
@@ -96,10 +57,8 @@ void CFunctionTrace::StoreFailure(const char* format, FormatArguments arguments)
         std::memcpy(failureText.get(), text, length + 1);
 }
 
-void CFunctionTrace::WriteMessage(DWORD eventType, const char* format, FormatArguments arguments)
+void CFunctionTrace::WriteMessage(const char* format, FormatArguments arguments)
 {
-    if (!EventIsLogged(eventType))
-        return;
     char text[kTextSize];
     FormatText(text, sizeof(text), format, arguments);
     vexkitTypeDiagnosticPuts(text);
@@ -114,7 +73,7 @@ void CreateTraceDepthSlot()
 void ResetTraceDepth()
 {
     if (gTraceDepthSlot != TLS_OUT_OF_INDEXES)
-        (void)SetTraceDepth(0);
+        (void)TlsSetValue(gTraceDepthSlot, nullptr);
 }
 
 void FreeTraceDepthSlot()

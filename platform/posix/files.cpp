@@ -18,9 +18,17 @@
 
 namespace {
 
+bool ProcessHasFileSizeLimit()
+{
+    rlimit limit{};
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
 class File : public posix_layer::KernelObject {
 public:
-    explicit File(int openDescriptor) : descriptor(openDescriptor) {}
+    explicit File(int openDescriptor) : descriptor(openDescriptor), sizeIsLimited(ProcessHasFileSizeLimit())
+    {
+    }
     ~File() override
     {
         // A child that was forked and has not yet started its program shares the lock; taken off
@@ -29,6 +37,7 @@ public:
         close(descriptor);
     }
     const int descriptor;
+    const bool sizeIsLimited;  // by the process's limits, as they were when the file was opened
 };
 
 bool Writes(DWORD access)
@@ -113,21 +122,19 @@ HANDLE Open(const std::string& name, DWORD access, DWORD share, SECURITY_ATTRIBU
     return posix_layer::AddHandle(std::make_shared<File>(descriptor));
 }
 
-// Where a move from the given origin ends; -1 with errno.
-off_t Target(int descriptor, off_t distance, DWORD method)
+// lseek's name for an origin; -1 for anything else.
+int Origin(DWORD method)
 {
-    off_t origin = 0;
-    if (method == FILE_CURRENT) {
-        origin = lseek(descriptor, 0, SEEK_CUR);
-    } else if (method == FILE_END) {
-        struct stat status {};
-        origin = fstat(descriptor, &status) == 0 ? status.st_size : -1;
-    } else if (method != FILE_BEGIN) {
-        errno = EINVAL;
-        origin = -1;
+    switch (method) {
+        case FILE_BEGIN:
+            return SEEK_SET;
+        case FILE_CURRENT:
+            return SEEK_CUR;
+        case FILE_END:
+            return SEEK_END;
+        default:
+            return -1;
     }
-    off_t target = 0;
-    return origin < 0 || __builtin_add_overflow(origin, distance, &target) ? -1 : target;
 }
 
 // The two halves of a size or position. A low half that looks like the failure value is told from it
@@ -159,12 +166,6 @@ void TakeBack(int descriptor, DWORD done)
         (void)!ftruncate(descriptor, start);
 }
 
-bool HasFileSizeLimit()
-{
-    rlimit limit{};
-    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
-}
-
 }  // namespace
 
 HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes,
@@ -192,10 +193,9 @@ BOOL WriteFile(HANDLE file, LPCVOID data, DWORD size, DWORD* written, void*)
     const auto object = posix_layer::Find<File>(file);
     if (!object)
         return FALSE;
-    // A file at the process's limit of size must not end the process. Without a limit there is no signal,
-    // and to ask costs less than to hold one.
+    // A file at the process's limit of size must not end the process. Without a limit there is no signal.
     std::optional<posix_layer::HeldSignal> held;
-    if (HasFileSizeLimit())
+    if (object->sizeIsLimited)
         held.emplace(SIGXFSZ);
     for (DWORD done = 0; done < size;) {
         const ssize_t now = write(object->descriptor, static_cast<const char*>(data) + done, size - done);
@@ -223,17 +223,22 @@ DWORD SetFilePointer(HANDLE file, LONG distance, LONG* distanceHigh, DWORD metho
     const auto object = posix_layer::Find<File>(file);
     if (!object)
         return INVALID_SET_FILE_POINTER;
+    const int origin = Origin(method);
+    if (origin < 0)
+        return SeekFailed(ERROR_INVALID_PARAMETER);
     off_t move = distance;
+    off_t before = 0;
     if (distanceHigh != nullptr)
         move = (off_t{*distanceHigh} << 32) | static_cast<DWORD>(distance);
-    errno = 0;
-    const off_t target = Target(object->descriptor, move, method);
-    if (target < 0)
-        return SeekFailed(errno == 0 ? ERROR_NEGATIVE_SEEK : posix_layer::ErrorFromErrno(errno));
-    if (distanceHigh == nullptr && target > std::numeric_limits<DWORD>::max())
+    else
+        before = lseek(object->descriptor, 0, SEEK_CUR);
+    const off_t target = lseek(object->descriptor, move, origin);
+    if (target < 0)  // the descriptor and the origin are good
+        return SeekFailed(ERROR_NEGATIVE_SEEK);
+    if (distanceHigh == nullptr && target > std::numeric_limits<DWORD>::max()) {
+        lseek(object->descriptor, before, SEEK_SET);
         return SeekFailed(ERROR_INVALID_PARAMETER);
-    if (lseek(object->descriptor, target, SEEK_SET) < 0)
-        return SeekFailed(posix_layer::ErrorFromErrno(errno));
+    }
     DWORD high = 0;
     const DWORD low = Split(target, &high);
     if (distanceHigh != nullptr)

@@ -12,6 +12,16 @@ namespace {
 constinit std::mutex clockLock;
 constinit TickClock tickClock;
 
+// The lines of a busy log share their second, and working it out costs more than the rest of a line.
+const tm& LocalSecond(time_t second)
+{
+    thread_local time_t known = -1;
+    thread_local tm local{};
+    if (second != known && localtime_r(&second, &local) != nullptr)
+        known = second;
+    return local;
+}
+
 }  // namespace
 
 DWORD GetTickCount()
@@ -39,8 +49,7 @@ void GetLocalTime(SYSTEMTIME* time)
     posix_layer::CountCall("GetLocalTime");
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    tm local{};
-    localtime_r(&now.tv_sec, &local);
+    const tm& local = LocalSecond(now.tv_sec);
     time->wYear = static_cast<WORD>(local.tm_year + 1900);
     time->wMonth = static_cast<WORD>(local.tm_mon + 1);
     time->wDayOfWeek = static_cast<WORD>(local.tm_wday);
