@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ServerState state({});
     const bool command = (data[0] & 1) != 0;
     const auto peer =
-        std::make_shared<Peer>(TcpConnection(ends[0]), command ? Channel::Command : Channel::Data, 1, true);
+        std::make_shared<Peer>(TcpConnection(ends[0]), command ? Channel::Command : Channel::Data, 1);
     if (write(ends[1], data + 1, size - 1) != static_cast<ssize_t>(size - 1))
         __builtin_trap();
     shutdown(ends[1], SHUT_WR);

@@ -14,6 +14,23 @@ std::string Number(std::uint64_t value)
     return std::to_string(value);
 }
 
+// A client's keep-alive may leave a second late, and take another on its way.
+constexpr std::chrono::seconds kLate{2};
+
+std::string MeaningOf(unsigned state)
+{
+    switch (state) {
+        case kFinished:
+            return ": finished";
+        case kFailed:
+            return ": failed; for the client the document is through, and it does not print it again";
+        case kCancelled:
+            return ": cancelled; the client deletes the document";
+        default:
+            return "";
+    }
+}
+
 // Answers the requests of one command connection, and sends keep-alives and notifications by its own clocks.
 class CommandSession {
 public:
@@ -21,6 +38,20 @@ public:
         : state(server), peer(connection), reader(*connection)
     {
     }
+
+    // A client that is gone has given its document up, also if the data still flows.
+    ~CommandSession()
+    {
+        if (!job)
+            return;
+        job->Unbind();
+        const bool clientLeft =
+            peer->TheEnding() == Ending::ByMonitor || peer->TheEnding() == Ending::ByMonitorReset;
+        if (clientLeft && !job->IsTalk())
+            job->data->AskToHangUp();
+    }
+    CommandSession(const CommandSession&) = delete;
+    CommandSession& operator=(const CommandSession&) = delete;
 
     void Run()
     {
@@ -61,6 +92,8 @@ private:
     void Drop(const std::string& why)
     {
         Raise(EventKind::Malformed, "dropped: " + why);
+        if (job)
+            job->data->AskToHangUp();
         peer->End(Ending::ByServerReset);
     }
 
@@ -98,14 +131,24 @@ private:
             return;
         }
         const unsigned session = GetU16(frame.payload);
-        job = state.jobs.Find(session);
-        if (!job && !state.settings.bindsAnySession) {
-            Raise(EventKind::Malformed, "bind to the unknown session " + Number(session) + " refused");
-            Send(Step::BindReply, Reply(kBindSession, kErrorUnknownSession));
-            return;
+        const auto found = state.jobs.Find(session);
+        if (!found && !state.settings.bindsAnySession)
+            RefuseBind("unknown", session, kErrorUnknownSession);
+        else if (found && found != job && (job || !found->Bind()))
+            RefuseBind("taken", session, kErrorSessionTaken);
+        else {
+            if (found)
+                job = found;
+            Raise(EventKind::Bound, "bound to session " + Number(session));
+            Send(Step::BindReply, Reply(kBindSession));
         }
-        Raise(EventKind::Bound, "bound to session " + Number(session));
-        Send(Step::BindReply, Reply(kBindSession));
+    }
+
+    void RefuseBind(const char* what, unsigned session, std::uint32_t error)
+    {
+        Raise(EventKind::Malformed,
+              "bind to the " + std::string(what) + " session " + Number(session) + " refused");
+        Send(Step::BindReply, Reply(kBindSession, error));
     }
 
     void AnswerStartKeepAlives(const CommandFrame& frame)
@@ -119,7 +162,7 @@ private:
             frame.payload.size() == 4 ? GetU16(std::span(frame.payload).subspan(2)) : 0);
         // A period of 0 would flood the line.
         period = state.options.keepAliveEvery.value_or(std::max(asked, std::chrono::seconds(1)));
-        timeout = state.options.clientTimeout.value_or(announced);
+        timeout = state.options.clientTimeout.value_or(announced.count() > 0 ? announced + kLate : announced);
         lastSent = lastHeard = Clock::now();
         startedKeepAlives = true;
         Raise(EventKind::KeepAlivesStarted,
@@ -146,6 +189,8 @@ private:
 
     void AnswerSuppress(const CommandFrame&)
     {
+        if (job)
+            job->MakeTalk();
         Raise(EventKind::SyslogSuppressed, "system log messages suppressed");
         Send(Step::SuppressReply, Reply(kSuppressSyslog));
     }
@@ -198,8 +243,13 @@ private:
     // Up to version 1.0 the monitor sends no keep-alives, so nothing can be said about its silence.
     void WatchClient()
     {
-        if (!startedKeepAlives || silenceTold || timeout.count() == 0 ||
-            ParseVersion(versionText) <= Version{1, 0} || Clock::now() - lastHeard <= timeout) {
+        if (!startedKeepAlives) {
+            if (Clock::now() - connected >= state.options.bindWait)
+                Drop("keep-alives were never started");
+            return;
+        }
+        if (silenceTold || timeout.count() == 0 || ParseVersion(versionText) <= Version{1, 0} ||
+            Clock::now() - lastHeard <= timeout) {
             return;
         }
         silenceTold = true;
@@ -214,22 +264,21 @@ private:
 
     Lpq CurrentRecord() const
     {
-        Progress progress;
+        Progress progress = job ? job->TheProgress() : Progress{};
         progress.sinceStart = std::chrono::duration_cast<Milliseconds>(Clock::now() - notificationsStart);
-        if (job) {
-            progress.received = job->Received();
-            progress.sinceEnd = job->SinceEnd();
-        }
         return state.settings.TheCourse().RecordAt(progress);
     }
 
     void Tell(const Lpq& before, const Lpq& now)
     {
+        if (job)
+            job->TellPosition(now.queuePosition);
         if (before.queuePosition != now.queuePosition)
             Raise(EventKind::QueuePosition, "queue position " + std::to_string(now.queuePosition),
                   now.queuePosition);
         if (before.boundJobState != now.boundJobState)
-            Raise(EventKind::JobState, "job state " + Number(now.boundJobState), now.boundJobState);
+            Raise(EventKind::JobState,
+                  "job state " + Number(now.boundJobState) + MeaningOf(now.boundJobState), now.boundJobState);
     }
 
     ServerState& state;
@@ -241,6 +290,7 @@ private:
     bool silenceTold = false;
     Milliseconds period{0};
     Milliseconds timeout{0};
+    const Clock::time_point connected = Clock::now();
     Clock::time_point lastSent;
     Clock::time_point lastHeard;
     Clock::time_point notificationsStart;

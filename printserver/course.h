@@ -22,11 +22,12 @@ struct Progress {
     Milliseconds sinceStart{0};              // since the notifications were started
     std::uint64_t received = 0;              // bytes of the document
     std::optional<Milliseconds> sinceEnd{};  // since the orderly end of the data; a reset never sets it
+    bool cancelled = false;                  // that end came while the job waited in the queue
 };
 
 // The life of every job: queue positions N..1, then 0 and receiving; when the data has ended the wait for a
-// card, the printing, and the final state. The first record answers the start request, each change is one
-// notification.
+// card, the printing, and the final state. A job that ends in the queue is cancelled, and one without a byte
+// is through at once. The first record answers the start request, each change is one notification.
 struct Course {
     int queue = 0;  // first position; 0 takes the data at once
     Milliseconds perPosition{1000};

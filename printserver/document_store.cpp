@@ -42,7 +42,6 @@ DocumentWriter::~DocumentWriter()
 
 void DocumentWriter::Append(std::span<const std::uint8_t> bytes)
 {
-    hash.Add(bytes);
     document.size += bytes.size();
     if (temporary.empty()) {
         document.bytes.insert(document.bytes.end(), bytes.begin(), bytes.end());
@@ -82,7 +81,6 @@ Document DocumentWriter::Settle(bool whole)
     }
     settled = true;
     document.whole = whole;
-    document.sha256 = hash.Finish();
     store.Remember(document);
     return document;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "printserver/sha256.h"
 #include "printserver/wire.h"
 
 #include <cstdint>
@@ -14,13 +13,12 @@
 
 namespace printserver {
 
-// What one data connection delivered. Only an orderly end makes a document whole; after a reset it is kept
-// aside as broken, so that nobody takes half a card for a card.
+// What one data connection delivered. Whole is what ended in order while its command connection stood; all
+// else is kept aside as broken, so that nobody takes half a card for a card.
 struct Document {
     std::string name;            // "document-0001.bin"; broken: "document-0001.broken"
     std::filesystem::path path;  // empty when the store keeps documents in memory
     std::uint64_t size = 0;
-    std::string sha256;
     bool whole = false;
     Bytes bytes;  // filled only by a store in memory
 };
@@ -49,7 +47,6 @@ private:
     std::string stem;
     std::filesystem::path temporary;  // the file has this name until its fate is known
     std::ofstream file;
-    Sha256 hash;
     Document document;
     bool settled = false;
 };

@@ -13,6 +13,7 @@ const char* NameOf(Channel channel)
 void EventLog::Raise(Event event)
 {
     const std::scoped_lock inOrder(order);
+    event.time = std::chrono::system_clock::now();
     if (remember) {
         const std::scoped_lock scope(lock);
         events.push_back(event);

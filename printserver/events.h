@@ -1,6 +1,7 @@
 #pragma once
 
 #include "printserver/tcp.h"
+#include "printserver/wire.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -32,6 +33,7 @@ enum class EventKind {
     ClientKeepAlive,
     ClientSilent,  // no keep-alive from the client within the timeout that it announced
     FaultPlayed,
+    Forsaken,   // the connection's other half never came; it is dropped
     Malformed,  // hostile or broken input; the connection is dropped
     Trouble,    // the simulator's own: disk full, out of memory
     HungUp      // the connection is over; the text says who ended it and how
@@ -40,13 +42,14 @@ enum class EventKind {
 struct Event {
     EventKind kind{};
     Channel channel = Channel::Command;
-    int connection = 0;    // counted from 1, per channel
-    int session = -1;      // of the job, once known
-    int number = 0;        // queue position or job state
-    std::string text;      // for people: "queue position 2"
+    int connection = 0;  // counted from 1, per channel
+    int session = -1;    // of the job, once known
+    int number = 0;      // queue position or job state
+    std::string text;    // for people: "queue position 2"
+    std::chrono::system_clock::time_point time;
     std::string document;  // the last three: DocumentComplete and DocumentBroken
     std::uint64_t size = 0;
-    std::string sha256;
+    Bytes bytes;  // only of a server that keeps documents in memory
 };
 
 // Called for one event at a time, on the server's own threads. It must not wait for a further event.

@@ -6,6 +6,12 @@
 namespace printserver {
 namespace {
 
+constexpr const char* kStepNames[] = {
+    "session-id",  "trans-mode",   "version-reply",  "bind-reply",        "start-keep-alives-reply",
+    "keep-alive",  "first-record", "notification",   "suppress-reply",    "parallel-read-reply",
+    "query-reply", "accept-data",  "accept-command", "client-keep-alive", "data-middle",
+    "end-of-data"};
+
 // Where the fields of a message stand. The data channel's messages are a command byte and a 16-bit length.
 struct Layout {
     std::size_t lengthAt;
@@ -29,23 +35,15 @@ void Put(Bytes& message, std::size_t at, std::size_t size, std::uint32_t value)
 
 const char* NameOf(Step step)
 {
-    static constexpr const char* names[] = {"SESSION_ID",
-                                            "TRANS_MODE",
-                                            "version reply",
-                                            "bind reply",
-                                            "start keep-alives reply",
-                                            "keep-alive",
-                                            "first LPQInfo",
-                                            "notification",
-                                            "suppress reply",
-                                            "parallel read reply",
-                                            "query reply",
-                                            "accept of data",
-                                            "accept of command",
-                                            "client keep-alive",
-                                            "middle of the data",
-                                            "end of the data"};
-    return names[static_cast<std::size_t>(step)];
+    return kStepNames[static_cast<std::size_t>(step)];
+}
+
+std::optional<Step> StepNamed(std::string_view name)
+{
+    const auto* found = std::ranges::find(kStepNames, name);
+    if (found == std::end(kStepNames))
+        return std::nullopt;
+    return static_cast<Step>(found - std::begin(kStepNames));
 }
 
 bool IsMessage(Step step)
@@ -69,7 +67,7 @@ Fault Fault::ClosingAfter() const
 {
     Fault closing = *this;
     closing.closesAfter = true;
-    closing.name = "half a message, close";
+    closing.name = "half-close";
     return closing;
 }
 

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Faults of the freely running server, one line in a test:
@@ -38,7 +39,8 @@ enum class Step {
     EndOfData  // the data has ended in order; but for Delay the document is then broken, and no final state
                // comes
 };
-const char* NameOf(Step step);
+const char* NameOf(Step step);  // "bind-reply"
+std::optional<Step> StepNamed(std::string_view name);
 bool IsMessage(Step step);
 
 class Fault {
@@ -71,32 +73,23 @@ public:
         return {Kind::Delay, "delay", static_cast<std::uint32_t>(wait.count())};
     }
     // These bytes and not the message.
-    static Fault Instead(Bytes bytes) { return {Kind::Instead, "other bytes", 0, std::move(bytes)}; }
+    static Fault Instead(Bytes bytes) { return {Kind::Instead, "instead", 0, std::move(bytes)}; }
     static Fault Garbage() { return Instead(Bytes(40, 0xEE)); }
     // The first bytes of the message, then silence or an orderly close.
-    static Fault HalfThenSilence(unsigned count) { return {Kind::Half, "half a message, silence", count}; }
+    static Fault HalfThenSilence(unsigned count) { return {Kind::Half, "half", count}; }
     static Fault HalfThenClose(unsigned count) { return HalfThenSilence(count).ClosingAfter(); }
-    static Fault SingleBytes()
-    {
-        return {Kind::SingleBytes, "single bytes"};
-    }  // each byte in a segment of its own
-    static Fault WrongType(std::uint32_t type) { return {Kind::WrongType, "wrong type", type}; }
-    static Fault WrongId(std::uint32_t id)
-    {
-        return {Kind::WrongId, "wrong id", id};
-    }  // command channel only
-    static Fault Error(std::uint32_t code)
-    {
-        return {Kind::Error, "error code", code};
-    }  // command channel only
-    static Fault Payload(Bytes payload) { return {Kind::Payload, "other payload", 0, std::move(payload)}; }
-    static Fault Length(std::uint32_t length)
-    {
-        return {Kind::Length, "other length", length};
-    }  // in the header alone
+    // Each byte in a segment of its own.
+    static Fault SingleBytes() { return {Kind::SingleBytes, "single-bytes"}; }
+    static Fault WrongType(std::uint32_t type) { return {Kind::WrongType, "type", type}; }
+    // The next two on the command channel only.
+    static Fault WrongId(std::uint32_t id) { return {Kind::WrongId, "id", id}; }
+    static Fault Error(std::uint32_t code) { return {Kind::Error, "error", code}; }
+    static Fault Payload(Bytes payload) { return {Kind::Payload, "payload", 0, std::move(payload)}; }
+    // In the header alone.
+    static Fault Length(std::uint32_t length) { return {Kind::Length, "length", length}; }
     static Fault HugeLength() { return Length(0xFFFFFFF0); }
     // These bytes, whole messages or not, go out in front of the message.
-    static Fault InFront(Bytes bytes) { return {Kind::InFront, "bytes in front", 0, std::move(bytes)}; }
+    static Fault InFront(Bytes bytes) { return {Kind::InFront, "front", 0, std::move(bytes)}; }
 
     // For Step::DataMiddle: plays when exactly so many bytes have been read; without it at the first byte's
     // time.

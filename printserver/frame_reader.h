@@ -12,7 +12,7 @@ enum class FrameState {
     Over        // the connection has ended, and the peer with it
 };
 
-// Gathers the command channel's messages out of whatever pieces arrive, and records them in the transcript.
+// Gathers the command channel's messages out of whatever pieces arrive, and has them recorded.
 // Used by the thread that owns the peer. What is announced costs no memory before it arrives.
 class FrameReader {
 public:

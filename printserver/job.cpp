@@ -2,23 +2,27 @@
 
 namespace printserver {
 
-void Job::EndInOrder()
+void Job::End(bool isCancelled)
 {
     const std::scoped_lock scope(lock);
     ended = std::chrono::steady_clock::now();
+    cancelled = isCancelled;
 }
 
-std::optional<Milliseconds> Job::SinceEnd() const
+Progress Job::TheProgress() const
 {
     const std::scoped_lock scope(lock);
-    if (!ended)
-        return std::nullopt;
-    return std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - *ended);
+    Progress progress{.received = received, .cancelled = cancelled};
+    if (ended)
+        progress.sinceEnd =
+            std::chrono::duration_cast<Milliseconds>(std::chrono::steady_clock::now() - *ended);
+    return progress;
 }
 
 std::shared_ptr<Job> JobTable::Begin(const std::shared_ptr<Peer>& data)
 {
     const std::scoped_lock scope(lock);
+    std::erase_if(jobs, [](const auto& entry) { return entry.second.expired(); });
     while (jobs.contains(next))
         ++next;
     auto job = std::make_shared<Job>(next++, data);
@@ -30,13 +34,8 @@ std::shared_ptr<Job> JobTable::Find(unsigned session)
 {
     const std::scoped_lock scope(lock);
     const auto found = jobs.find(session);
-    return found == jobs.end() ? nullptr : found->second;
-}
-
-void JobTable::End(const Job& job)
-{
-    const std::scoped_lock scope(lock);
-    jobs.erase(job.session);
+    auto job = found == jobs.end() ? nullptr : found->second.lock();
+    return job && job->data->IsOpen() ? job : nullptr;
 }
 
 }  // namespace printserver

@@ -119,16 +119,10 @@ bool Peer::SendDue()
 
 void Peer::Record(Direction direction, const Bytes& bytes)
 {
-    if (!remember)
+    if (!recorder)
         return;
     const std::scoped_lock scope(recordLock);
-    transcript.Add(direction, bytes);
-}
-
-Transcript Peer::TheTranscript() const
-{
-    const std::scoped_lock scope(recordLock);
-    return transcript;
+    recorder(direction, bytes);
 }
 
 }  // namespace printserver

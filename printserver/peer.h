@@ -2,9 +2,10 @@
 
 #include "printserver/events.h"
 #include "printserver/tcp.h"
-#include "printserver/transcript.h"
+#include "printserver/wire.h"
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <span>
 #include <vector>
@@ -18,12 +19,18 @@ inline constexpr Milliseconds kSlice{5};
 enum class Ending { StillOpen, ByMonitor, ByMonitorReset, ByServer, ByServerReset };
 const char* NameOf(Ending ending);
 
+enum class Direction { FromMonitor, ToMonitor };
+
+// Told each message of one connection, in the order in which the server saw it, on any thread, one at a time.
+// A message that a fault cut up or changed is told as it really left. The document's bytes are not told.
+using Recorder = std::function<void(Direction, const Bytes&)>;
+
 // One accepted connection. One thread, its owner, reads it and ends it. Any thread may send on it, ask for
 // its end or look at it.
 class Peer {
 public:
-    Peer(TcpConnection accepted, Channel side, int count, bool keepHistory)
-        : connection(std::move(accepted)), channel(side), number(count), remember(keepHistory)
+    Peer(TcpConnection accepted, Channel side, int count, Recorder toTell = {})
+        : connection(std::move(accepted)), channel(side), number(count), recorder(std::move(toTell))
     {
     }
 
@@ -48,13 +55,15 @@ public:
     void SendLater(Bytes bytes, Milliseconds wait);
     bool SendDue();
 
+    // Owner only: the system takes little ahead of the reading from now on.
+    void TakeLittle() { connection.TakeLittle(); }
+
     void Mute() { muted = true; }
     void AskToHangUp() { wish = Ending::ByServer; }
     void AskToReset() { wish = Ending::ByServerReset; }
     bool IsAskedToEnd() const { return wish != Ending::StillOpen; }
 
     void Record(Direction direction, const Bytes& bytes);
-    Transcript TheTranscript() const;
 
 private:
     struct Delayed {
@@ -69,13 +78,12 @@ private:
     TcpConnection connection;
     const Channel channel;
     const int number;
-    const bool remember;
+    const Recorder recorder;
     std::atomic<Ending> ending{Ending::StillOpen};
     std::atomic<Ending> wish{Ending::StillOpen};
     std::atomic<bool> muted{false};
     std::vector<Delayed> delayed;
-    mutable std::mutex recordLock;
-    Transcript transcript;
+    std::mutex recordLock;
 };
 
 }  // namespace printserver

@@ -85,9 +85,9 @@ void ServerState::RaiseDocument(const Peer& peer, int session, const Document& d
     event.session = session;
     event.document = document.name;
     event.size = document.size;
-    event.sha256 = document.sha256;
+    event.bytes = document.bytes;
     event.text = document.name + (document.whole ? " is whole: " : " is broken: ") +
-                 std::to_string(document.size) + " bytes, SHA-256 " + document.sha256;
+                 std::to_string(document.size) + " bytes";
     events.Raise(std::move(event));
 }
 

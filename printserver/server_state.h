@@ -36,7 +36,8 @@ public:
     Bytes AnswerQuery(std::uint32_t control, const Bytes& input) const;
 
     std::atomic<bool> sendsKeepAlives{true};
-    std::atomic<bool> bindsAnySession{false};  // a scripted data channel gives ids that nobody else knows
+    std::atomic<bool> bindsAnySession{false};    // a scripted data channel gives ids that nobody else knows
+    std::atomic<bool> commandIsScripted{false};  // nobody binds then, and a document counts without that
 
 private:
     mutable std::mutex lock;

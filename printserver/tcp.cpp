@@ -105,6 +105,12 @@ std::optional<std::size_t> TcpConnection::Write(std::span<const std::uint8_t> by
     return std::nullopt;
 }
 
+void TcpConnection::TakeLittle()
+{
+    const int bytes = 16 * 1024;
+    (void)system_sockets::SetOption(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
 void TcpConnection::HangUp()
 {
     if (!IsOpen())

@@ -45,6 +45,9 @@ public:
     // The count of bytes that went out, 0 when the wait ran out first, nothing when the connection is gone.
     std::optional<std::size_t> Write(std::span<const std::uint8_t> bytes, Milliseconds wait);
 
+    // The system holds few bytes that nobody has read yet, so that a slow reader slows the sender down.
+    void TakeLittle();
+
     // Orderly: the peer reads what was sent, then the end. What the peer had sent is thrown away.
     void HangUp();
     // The peer's next call on its socket fails.

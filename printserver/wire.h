@@ -36,6 +36,7 @@ inline constexpr std::uint32_t kProtocolVersion = 33;
 inline constexpr std::uint32_t kErrorNoVersion = 4;  // firmware that cannot tell its version; it speaks 1.0
 inline constexpr std::uint32_t kErrorUnknownSession = 2;
 inline constexpr std::uint32_t kErrorUnknownRequest = 1;
+inline constexpr std::uint32_t kErrorSessionTaken = 3;
 
 inline constexpr std::uint32_t kMaxPayload = 16 * 1024 * 1024;
 inline constexpr std::size_t kHeaderSize = 16;

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "platform/test_switches.h"
-#include "printserver/print_server.h"
+#include "printserver/scripted/print_server.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
 

@@ -9,7 +9,7 @@ target_compile_options(gtest PRIVATE -w)
 
 # The objects of the monitor, as they go into the library, and of the tests.
 add_library(farlink_test_objects STATIC ${farlink_test_sources})
-target_link_libraries(farlink_test_objects PRIVATE platform printserver GTest::gtest)
+target_link_libraries(farlink_test_objects PRIVATE platform scripted_printserver GTest::gtest)
 target_compile_definitions(farlink_test_objects PRIVATE FARLINK_LIBRARY="$<TARGET_FILE_NAME:Farlink>")
 # The doubles define functions that the system's headers declare as imported; and of short wide strings GCC 12 says
 # that their copying, inlined, reads past the end of the literal.
@@ -45,7 +45,7 @@ add_dependencies(farlink_tests switched_objects Farlink)
 set_target_properties(farlink_tests PROPERTIES LINK_DEPENDS ${switched_objects})
 target_link_libraries(farlink_tests PRIVATE
     -Wl,--whole-archive ${switched_objects} -Wl,--no-whole-archive
-    printserver platform spoolss GTest::gtest)
+    scripted_printserver platform spoolss GTest::gtest)
 
 # What the command line makes of a log file.
 add_executable(log_reader_tests log_reader_test.cpp)

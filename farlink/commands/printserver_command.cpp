@@ -4,17 +4,15 @@
 #include <thread>
 
 #include "farlink/commands.h"
+#include "farlink/commands/printserver_lines.h"
+#include "farlink/file_path.h"
 #include "farlink/interrupts.h"
-#include "farlink/sizes.h"
-#include "farlink/wide_text.h"
-#include "printserver/print_server.h"
+#include "printserver/fault_text.h"
+#include "printserver/server.h"
 
 namespace farlink {
 
 namespace {
-
-using printserver::Event;
-using printserver::EventKind;
 
 struct ServerOptions {
     std::string address = "127.0.0.1";
@@ -26,8 +24,13 @@ struct ServerOptions {
     double cardWait = 0;
     double printing = 0;
     std::string end = "finished";
+    std::uint64_t rate = 0;
+    std::vector<std::string> faults;
     int documents = 0;
 };
+
+// A client that is lost closes its two connections one after the other.
+constexpr printserver::Milliseconds kSettle{500};
 
 printserver::Milliseconds Span(double seconds)
 {
@@ -51,89 +54,11 @@ printserver::PrintServerOptions ServerOptionsOf(const ServerOptions& options)
         server.course.end = options.end == "finished" ? printserver::kFinished
                             : options.end == "failed" ? printserver::kFailed
                                                       : printserver::kCancelled;
+    server.bytesPerSecond = options.rate;
+    server.settle = kSettle;
+    server.dropSilentClients = true;
     server.keepHistory = false;
     return server;
-}
-
-const char* WordOf(EventKind kind)
-{
-    switch (kind) {
-        case EventKind::Connected:
-            return "connected";
-        case EventKind::SessionAssigned:
-            return "session";
-        case EventKind::VersionAsked:
-            return "version-asked";
-        case EventKind::Bound:
-            return "bound";
-        case EventKind::KeepAlivesStarted:
-            return "keep-alives-started";
-        case EventKind::NotificationsStarted:
-            return "notifications-started";
-        case EventKind::QueuePosition:
-            return "queue-position";
-        case EventKind::JobState:
-            return "job-state";
-        case EventKind::Receiving:
-            return "receiving";
-        case EventKind::DocumentComplete:
-            return "document-complete";
-        case EventKind::DocumentBroken:
-            return "document-broken";
-        case EventKind::SyslogSuppressed:
-            return "syslog-suppressed";
-        case EventKind::ParallelRead:
-            return "parallel-read";
-        case EventKind::PrinterDataQuery:
-            return "query";
-        case EventKind::ClientKeepAlive:
-            return "client-keep-alive";
-        case EventKind::ClientSilent:
-            return "client-silent";
-        case EventKind::FaultPlayed:
-            return "fault";
-        case EventKind::Malformed:
-            return "malformed";
-        case EventKind::Trouble:
-            return "trouble";
-        case EventKind::HungUp:
-            return "hung-up";
-    }
-    return "event";
-}
-
-bool IsOfDocument(const Event& event)
-{
-    return event.kind == EventKind::DocumentComplete || event.kind == EventKind::DocumentBroken;
-}
-
-Json JsonOf(const Event& event)
-{
-    Json line = {{"event", WordOf(event.kind)},
-                 {"channel", printserver::NameOf(event.channel)},
-                 {"connection", event.connection}};
-    if (event.session >= 0)
-        line["session"] = event.session;
-    if (event.kind == EventKind::QueuePosition || event.kind == EventKind::JobState)
-        line["number"] = event.number;
-    if (IsOfDocument(event)) {
-        line["document"] = event.document;
-        line["size"] = event.size;
-        line["sha256"] = event.sha256;
-    }
-    line["text"] = event.text;
-    return line;
-}
-
-void Tell(const Event& event, bool json)
-{
-    if (json) {
-        PrintJsonLine(JsonOf(event));
-        return;
-    }
-    const std::string who =
-        std::string(printserver::NameOf(event.channel)) + " " + std::to_string(event.connection);
-    PrintLine(who + ": " + event.text);
 }
 
 class Serving {
@@ -141,7 +66,11 @@ public:
     Serving(const ServerOptions& options, bool json)
         : wanted(options.documents), server(Prepared(options, json))
     {
-        const std::string folder = options.folder;
+        const std::string& folder = options.folder;
+        for (const std::string& text : options.faults) {
+            const printserver::PlannedFault planned = printserver::ParseFault(text);
+            server.FaultAt(planned.step, planned.fault, planned.occurrence);
+        }
         if (json)
             PrintJsonLine({{"event", "listening"},
                            {"address", options.address},
@@ -163,9 +92,9 @@ private:
     printserver::PrintServerOptions Prepared(const ServerOptions& options, bool json)
     {
         printserver::PrintServerOptions prepared = ServerOptionsOf(options);
-        prepared.observer = [this, json](const Event& event) {
-            Tell(event, json);
-            if (event.kind == EventKind::DocumentComplete)
+        prepared.observer = [this, json](const printserver::Event& event) {
+            TellEvent(event, json);
+            if (event.kind == printserver::EventKind::DocumentComplete)
                 ++complete;
         };
         return prepared;
@@ -181,11 +110,14 @@ private:
 
     const int wanted;
     std::atomic<int> complete{0};
-    printserver::PrintServer server;
+    printserver::Server server;
 };
 
 void Serve(const Run& run, const ServerOptions& options)
 {
+    if (options.folder.empty())
+        throw Failure("A print server wants --listen PORT and --out DIR; see 'farlink printserver --help'",
+                      ExitStatus::Usage);
     CatchInterrupts();
     try {
         const Serving serving(options, run.json);
@@ -194,6 +126,16 @@ void Serve(const Run& run, const ServerOptions& options)
         throw Failure(error.what());
     } catch (const std::filesystem::filesystem_error& error) {
         throw Failure("'" + options.folder + "' can't take the documents: " + error.code().message());
+    }
+}
+
+std::string AsFault(const std::string& text)
+{
+    try {
+        (void)printserver::ParseFault(text);
+        return "";
+    } catch (const std::invalid_argument& error) {
+        return error.what();
     }
 }
 
@@ -213,15 +155,18 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
     CLI::App* server =
         farlink.add_subcommand("printserver", "Be a print server without a printer: documents become files");
     AddJsonFlag(*server, run);
-    server
-        ->add_option("--listen", options->port,
-                     "TCP port of the data channel, 0 for any; commands come in 2 above")
-        ->required()
-        ->check(CLI::Range(0, 65533))
-        ->type_name("PORT");
-    server->add_option("--out", options->folder, "Folder for the documents; made if it is missing")
-        ->required()
-        ->type_name("DIR");
+    CLI::Option* listen =
+        server
+            ->add_option("--listen", options->port,
+                         "TCP port of the data channel, 0 for any; commands come in 2 above")
+            ->check(CLI::Range(0, 65533))
+            ->type_name("PORT");
+    // Together, and not required: the subcommand has no use for them.
+    CLI::Option* out =
+        server->add_option("--out", options->folder, "Folder for the documents; made if it is missing")
+            ->needs(listen)
+            ->type_name("DIR");
+    listen->needs(out);
     server->add_option("--address", options->address, "Address to listen on")
         ->capture_default_str()
         ->type_name("ADDRESS");
@@ -237,7 +182,10 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
     AddSeconds(*server, "--seconds", options->seconds, "Time at each position of the queue");
     AddSeconds(*server, "--card-wait", options->cardWait, "Time that a whole document waits for a card");
     AddSeconds(*server, "--printing", options->printing, "Time that the card takes");
-    server->add_option("--end", options->end, "What becomes of each job")
+    server
+        ->add_option("--end", options->end,
+                     "What becomes of each job; a spooler counts finished and failed alike as through, "
+                     "deletes a cancelled one, and gives up one that never ends")
         ->capture_default_str()
         ->check(CLI::IsMember({"finished", "failed", "cancelled", "never"}))
         ->type_name("WHAT");
@@ -246,13 +194,26 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
         ->capture_default_str()
         ->check(CLI::Range(0, 1000000))
         ->type_name("N");
+    server
+        ->add_option("--rate", options->rate, "Read so many bytes a second of each document; 0 for all speed")
+        ->capture_default_str()
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
+        ->type_name("BYTES");
+    server->add_option("--fault", options->faults, "Go wrong there, see below; any number of times")
+        ->check(AsFault)
+        ->type_name("STEP:KIND")
+        ->allow_extra_args(false);
     AddExamples(*server,
                 "farlink printserver --listen 9100 --out cards\n"
                 "farlink printserver --listen 9100 --out cards --queue 3 --seconds 2 --printing 10\n"
-                "farlink printserver --listen 0 --out cards --documents 1 --json");
-    server->footer(server->get_footer() +
+                "farlink printserver --listen 0 --out cards --documents 1 --json\n"
+                "farlink printserver --listen 9100 --out cards --fault bind-reply:delay=2#1");
+    server->footer(server->get_footer() + "\n\n" + printserver::FaultHelp() +
                    "\n\nIt ends at Ctrl-C or SIGTERM; documents under way are then broken.");
-    server->callback([&run, options] { Serve(run, *options); });
+    server->callback([&run, options, server] {
+        if (server->get_subcommands().empty())
+            Serve(run, *options);
+    });
 }
 
 }  // namespace farlink

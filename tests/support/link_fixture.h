@@ -12,7 +12,7 @@
 #include "link/command_channel_message.h"
 #include "link/data_channel.h"
 #include "platform/test_switches.h"
-#include "printserver/print_server.h"
+#include "printserver/scripted/print_server.h"
 #include "tests/support/monitor_fixture.h"
 
 using Failures = std::vector<std::string>;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/test_switches.h"
-#include "printserver/print_server.h"
+#include "printserver/scripted/print_server.h"
 #include "tests/support/monitor_fixture.h"
 
 // A monitor with one open port, "Card 1", on a print server of the test's own. The monitor's seconds are

@@ -5,9 +5,7 @@
 #include "printserver/events.h"
 #include "printserver/faults.h"
 #include "printserver/options.h"
-#include "printserver/script.h"
 #include "printserver/server_state.h"
-#include "printserver/transcript.h"
 #include "printserver/wire.h"
 
 #include <functional>
@@ -20,36 +18,24 @@
 
 namespace printserver {
 
-// How one connection went, or goes.
-struct ConnectionReport {
-    Ending ending = Ending::StillOpen;
-    Transcript transcript;
-    std::vector<CommandFrame> frames;  // command channel: the messages from the monitor
-};
-
 // A print server with card printers that are not there: a real TCP server on a data port and, two above it, a
 // command port. It serves as many documents at once as come, by the options' course, on threads of its own:
 //
-//   PrintServer server;                                             // any free pair of ports on 127.0.0.1
+//   Server server;                                             // any free pair of ports on 127.0.0.1
 //   server.FaultAt(Step::BindReply, Fault::Delay(Milliseconds(300)));
 //   ... a document is printed to server.Port() ...
 //   ASSERT_TRUE(server.WaitFor(EventKind::DocumentComplete));
 //   EXPECT_EQ(card, server.Documents().at(0).bytes);
-//   EXPECT_EQ(VersionRequest(), server.Report(Channel::Command, 1).transcript.Entries().at(0).bytes);
-//
-// or follows a script (see Script), per channel: once Data() or Command() has been called, that channel's
-// connections play scripts and the other's are served freely. While the data channel is scripted, a freely
-// served command channel accepts every session id and never sees the end of a document.
 //
 // All calls may come from any thread but for Welcome, Refuse, Hang and Stop, which want one thread at a time.
 // Connections are numbered from 1 per channel, as they are accepted.
-class PrintServer {
+class Server {
 public:
     // Listens on return. Throws ListenError, or std::filesystem::filesystem_error for the folder.
-    explicit PrintServer(PrintServerOptions options = {});
-    ~PrintServer() { Stop(); }
-    PrintServer(const PrintServer&) = delete;
-    PrintServer& operator=(const PrintServer&) = delete;
+    explicit Server(PrintServerOptions options = {});
+    ~Server() { Stop(); }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
 
     std::uint16_t Port() const { return dataAcceptor.Port(); }  // of the data channel
 
@@ -69,13 +55,6 @@ public:
         state.faults.Add(step, std::move(fault), occurrence);
     }
     void ClearFaults() { state.faults.Clear(); }
-
-    // The script of that channel's next connection that has none yet. Lives as long as the server.
-    Script& Data() { return AddScript(Channel::Data); }
-    Script& Command() { return AddScript(Channel::Command); }
-    // "" once all scripts are played, for which it waits up to the limit; else the first step that was not,
-    // and why.
-    std::string FirstStepNotPlayed(Milliseconds limit = Milliseconds(30000)) const;
 
     // By hand, on that channel's newest open connection. False when there is none or it takes nothing.
     bool Push(Channel channel, const Bytes& bytes);
@@ -104,7 +83,10 @@ public:
     std::vector<Document> Documents() const { return state.documents.Documents(); }
     int Connections(Channel channel) const;  // accepted so far
     int OpenConnections(Channel channel) const;
-    ConnectionReport Report(Channel channel, int number) const;  // throws std::out_of_range
+    Ending EndingOf(Channel channel, int number) const;  // throws std::out_of_range
+
+protected:
+    Settings& TheSettings() { return state.settings; }
 
 private:
     struct Worker {
@@ -112,34 +94,28 @@ private:
         std::shared_ptr<std::atomic<bool>> done;
         std::thread thread;
     };
-    // One channel's connections and scripts.
+    // One channel's connections.
     struct Side {
         int accepted = 0;
         std::vector<std::shared_ptr<Peer>> peers;  // without history: the open ones
-        std::list<Script> scripts;
-        std::size_t scriptsTaken = 0;
     };
 
-    PrintServer(PrintServerOptions options, ListenerPair listeners);
+    Server(PrintServerOptions options, ListenerPair listeners);
     Acceptor& AcceptorOf(Channel channel)
     {
         return channel == Channel::Data ? dataAcceptor : commandAcceptor;
     }
     Side& SideOf(Channel channel) { return sides[channel == Channel::Data ? 0 : 1]; }
     const Side& SideOf(Channel channel) const { return sides[channel == Channel::Data ? 0 : 1]; }
-    Script& AddScript(Channel channel);
     void Take(Channel channel, TcpConnection connection);
-    void Serve(const std::shared_ptr<Peer>& peer, Script* script, bool isScripted);
-    void NoteUnexpected(const Peer& peer);
+    void Serve(const std::shared_ptr<Peer>& peer);
     void JoinFinished();
     void ForOpen(Channel channel, const std::function<void(Peer&)>& action);
-    std::string FirstFailure(bool onlyFailed) const;
 
     ServerState state;
-    mutable std::mutex lock;  // guards the next three
+    mutable std::mutex lock;  // guards the next two
     Side sides[2];
     std::list<Worker> workers;
-    std::string unexpected;
     // Last, so that nobody is taken in before the rest stands.
     Acceptor dataAcceptor;
     Acceptor commandAcceptor;

@@ -1,4 +1,4 @@
-#include "printserver/transcript.h"
+#include "printserver/scripted/transcript.h"
 
 namespace printserver {
 

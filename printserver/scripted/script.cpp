@@ -1,6 +1,6 @@
-#include "printserver/script.h"
+#include "printserver/scripted/script.h"
 
-#include "printserver/script_player.h"
+#include "printserver/scripted/script_player.h"
 
 #include <thread>
 

@@ -1,13 +1,11 @@
 #pragma once
 
-#include "printserver/wire.h"
+#include "printserver/peer.h"
 
 #include <string>
 #include <vector>
 
 namespace printserver {
-
-enum class Direction { FromMonitor, ToMonitor };
 
 // What went over one connection, message by message, in the order in which the server saw it. A message that
 // a fault cut up or changed stands here as it really left. The document's bytes are not kept: see Document.

@@ -1,4 +1,4 @@
-#include "printserver/script_player.h"
+#include "printserver/scripted/script_player.h"
 
 #include <algorithm>
 
