@@ -23,10 +23,11 @@ void PrepareConnected(SocketHandle socket)
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-AddressList Resolve(const std::string& address, std::uint16_t port)
+AddressList Resolve(const std::string& address, std::uint16_t port, int family = AF_UNSPEC)
 {
     system_sockets::Start();
     addrinfo hints{};
+    hints.ai_family = family;
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
     addrinfo* found = nullptr;
@@ -209,7 +210,7 @@ ListenerPair ListenOnPair(const std::string& address, std::uint16_t port)
 
 std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait)
 {
-    const AddressList found = Resolve(address, port);
+    const AddressList found = Resolve(address, port, AF_INET);
     if (!found)
         return std::nullopt;
     const SocketHandle socket = system_sockets::New(*found);

@@ -93,7 +93,8 @@ struct ListenerPair {
 // With port 0 it looks for a free pair. Throws ListenError.
 ListenerPair ListenOnPair(const std::string& address, std::uint16_t port);
 
-// Nothing when the connection was refused or not established within the wait.
+// To the name's first IPv4 address. Nothing when the connection was refused or not established within the
+// wait.
 std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait);
 
 }  // namespace printserver

@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "farlink/commands.h"
+#include "farlink/commands/printserver_check_command.h"
 #include "farlink/commands/printserver_lines.h"
 #include "farlink/file_path.h"
 #include "farlink/interrupts.h"
@@ -154,6 +155,7 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
     auto options = std::make_shared<ServerOptions>();
     CLI::App* server =
         farlink.add_subcommand("printserver", "Be a print server without a printer: documents become files");
+    AddPrintServerCheckCommand(*server, run);
     AddJsonFlag(*server, run);
     CLI::Option* listen =
         server
@@ -207,7 +209,8 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
                 "farlink printserver --listen 9100 --out cards\n"
                 "farlink printserver --listen 9100 --out cards --queue 3 --seconds 2 --printing 10\n"
                 "farlink printserver --listen 0 --out cards --documents 1 --json\n"
-                "farlink printserver --listen 9100 --out cards --fault bind-reply:delay=2#1");
+                "farlink printserver --listen 9100 --out cards --fault bind-reply:delay=2#1\n"
+                "farlink printserver check 10.0.0.7:9100");
     server->footer(server->get_footer() + "\n\n" + printserver::FaultHelp() +
                    "\n\nIt ends at Ctrl-C or SIGTERM; documents under way are then broken.");
     server->callback([&run, options, server] {

@@ -2,7 +2,6 @@
 
 #include <array>
 
-
 namespace farlink {
 
 std::string LogPath(const MonitorEntry& monitor)

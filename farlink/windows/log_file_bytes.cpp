@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "farlink/failure.h"
-#include "farlink/log/log_file_bytes.h"
 #include "farlink/file_path.h"
+#include "farlink/log/log_file_bytes.h"
 
 namespace farlink {
 

@@ -2,7 +2,6 @@
 
 #include <array>
 
-
 namespace farlink {
 
 // The monitor runs in the spooler's service, whose temporary folder is the system's and not the caller's.
