@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "printserver/fault_text.h"
 
 namespace printserver {
 namespace {
@@ -217,6 +218,35 @@ TEST(PrintServerFaultTest, ChangesWhatTheMonitorReads)
         }
         EXPECT_EQ(one.last, job.command->Last());
     }
+}
+
+TEST(PrintServerFaultTest, IsReadFromACommandLine)
+{
+    const auto change = [](const std::string& text) {
+        return ParseFault(text).fault.Change(Reply(kBindSession), Channel::Command);
+    };
+    EXPECT_EQ(Reply(kBindSession, 0x10), change("bind-reply:error=0x10#2"));
+    EXPECT_EQ(Join(Bytes{1, 0xFE}, Reply(kBindSession)), change("bind-reply:front=01fe"));
+    EXPECT_EQ(2, ParseFault("keep-alive:half=3#2").occurrence);
+    EXPECT_EQ(Milliseconds(1500), ParseFault("data-middle:delay=1.5@70").fault.Wait());
+    EXPECT_EQ(70u, ParseFault("data-middle:reset@70#1").fault.Threshold());
+    for (const char* text : {"", "reset", "bind-reply", "bind-reply:", "nowhere:reset", "bind-reply:error",
+                             "bind-reply:reset=1", "bind-reply:error=x", "bind-reply:front=123",
+                             "bind-reply:delay=-1", "session-id:id=7", "end-of-data:error=1"})
+        EXPECT_THROW((void)ParseFault(text), std::invalid_argument) << text;
+}
+
+TEST(PrintServerTest, ReadsSlowlyIfItIsTo)
+{
+    PrintServer server({.bytesPerSecond = 10});
+    OpenJob job(server);
+    job.data.Send(Card(1000));
+    job.data.HangUp();
+    ASSERT_TRUE(server.WaitFor(EventKind::Receiving));
+    server.Stop();
+    ASSERT_EQ(1u, server.Documents().size());
+    EXPECT_FALSE(server.Documents()[0].whole);
+    EXPECT_GT(1000u, server.Documents()[0].size);
 }
 
 TEST(PrintServerHostileTest, IsDroppedWhileOthersAreServed)
