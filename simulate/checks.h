@@ -17,7 +17,7 @@ struct CallUnderWay {
     Document* document;  // null: none in particular
     simulated::Micros begun;
     CallUnderWay* outer;
-    std::size_t locksHeld;  // by the thread when it began
+    std::size_t locksHeld;                                // by the thread when it began
     std::array<LPVOID, simulated::Thread::kSlots> slots;  // of the thread: its log's indentation and tag
 };
 

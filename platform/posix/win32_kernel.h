@@ -3,7 +3,7 @@
 // Errors, time, threads, events, locks, thread-local slots, files, modules, versions, profile files
 // and strings.
 
-#include <critical_section_type.h>  // of the layer whose folder the build files chose
+#include <atomic>
 
 #include "win32_types.h"
 
@@ -60,6 +60,12 @@ DWORD GetCurrentProcessId();
 
 // --- critical sections: a lock that its holder may take again -------------------------------------
 
+// Its fields are the layer's own.
+struct CRITICAL_SECTION {
+    std::atomic<int> state;    // 0 free, 1 held, 2 held and somebody may be waiting
+    int depth;                 // how often its holder has taken it again
+    std::atomic<void*> owner;  // names the holding thread
+};
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 void EnterCriticalSection(CRITICAL_SECTION* section);

@@ -1,7 +1,6 @@
 #include "platform/simulated/lock_order.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <map>
 #include <set>
 #include <vector>
@@ -10,7 +9,7 @@ namespace simulated {
 
 namespace {
 
-using Kind = const void*;
+using Kind = int;
 
 std::map<Kind, std::vector<Kind>> takenUnder;  // the inner locks of each
 bool isChanged = false;
@@ -26,6 +25,12 @@ bool Reaches(Kind from, Kind wanted, std::set<Kind>& seen)
 }
 
 }  // namespace
+
+int LockKind(const void* madeAt)
+{
+    static std::map<const void*, int> kinds;
+    return kinds.emplace(madeAt, static_cast<int>(kinds.size())).first->second;
+}
 
 void NoteLockOrder(Kind outer, Kind inner)
 {

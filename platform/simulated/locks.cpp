@@ -1,4 +1,8 @@
-// Critical sections, and the order in which they are taken.
+// Critical sections, and the order in which they are taken. The structure is the one of the layer for Linux;
+// here `state` is the lock's kind, `depth` how often its owner has taken it, and the owner a Thread.
+
+#include <new>
+#include <string_view>
 
 #include "platform/simulated/lock_order.h"
 #include "platform/simulated/scheduler.h"
@@ -8,31 +12,36 @@ using simulated::Thread;
 
 namespace {
 
+Thread* Owner(const CRITICAL_SECTION& section)
+{
+    return static_cast<Thread*>(section.owner.load());
+}
+
 void Take(CRITICAL_SECTION* section, Thread& self)
 {
     if (section->depth++ > 0)
         return;
     section->owner = &self;
     for (const CRITICAL_SECTION* held : self.held)
-        simulated::NoteLockOrder(held->madeAt, section->madeAt);
+        simulated::NoteLockOrder(held->state, section->state);
     self.held.push_back(section);
 }
 
 bool IsFree(const CRITICAL_SECTION& section, const Thread& self)
 {
-    return section.depth == 0 || section.owner == &self;
+    return section.depth == 0 || Owner(section) == &self;
 }
 
 // A thread that waits for a lock waits for its owner, who may wait for a lock himself.
 void CheckForCircle(const CRITICAL_SECTION* wanted, const Thread& self)
 {
-    const Thread* owner = wanted->owner;
+    const Thread* owner = Owner(*wanted);
     for (int links = 0; links < 100 && owner->state == Thread::State::Waiting; ++links) {
         if (owner == &self)
             Scheduler::Current().Fail("threads wait for each other's locks (a deadlock)");
         if (std::string_view(owner->call) != "EnterCriticalSection" || owner->waitsFor == nullptr)
             return;
-        owner = static_cast<const CRITICAL_SECTION*>(owner->waitsFor)->owner;
+        owner = Owner(*static_cast<const CRITICAL_SECTION*>(owner->waitsFor));
         if (owner == nullptr)
             return;
     }
@@ -42,7 +51,8 @@ void CheckForCircle(const CRITICAL_SECTION* wanted, const Thread& self)
 
 void InitializeCriticalSection(CRITICAL_SECTION* section)
 {
-    *section = {nullptr, 0, __builtin_return_address(0)};
+    new (section) CRITICAL_SECTION{};
+    section->state = simulated::LockKind(__builtin_return_address(0));
 }
 
 void DeleteCriticalSection(CRITICAL_SECTION* section)
@@ -86,7 +96,7 @@ void LeaveCriticalSection(CRITICAL_SECTION* section)
         return;
     Scheduler& scheduler = Scheduler::Current();
     Thread& self = scheduler.Self();
-    if (section->depth == 0 || section->owner != &self)
+    if (section->depth == 0 || Owner(*section) != &self)
         scheduler.Fail("a lock is left by a thread that doesn't hold it");
     if (--section->depth == 0) {
         section->owner = nullptr;
