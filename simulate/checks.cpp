@@ -49,13 +49,12 @@ void Checks::ConnectionUsed(Endpoint& connection, Use use)
             "the end of one document closes the connections of another");
 }
 
-void Checks::DataArrived(Document& document, const char* bytes, std::size_t count)
+void Checks::DataArrived(const Document& document, std::size_t at, const char* bytes, std::size_t count)
 {
-    Require(document.received + count <= document.size, "the print server gets more than the document");
+    Require(at + count <= document.size, "the print server gets more than the document");
     for (std::size_t i = 0; i < count; ++i)
-        Require(bytes[i] == Document::ByteAt(document.job, document.received + i),
+        Require(bytes[i] == Document::ByteAt(document.job, at + i),
                 "the print server gets bytes that are not the document's");
-    document.received += count;
 }
 
 void Checks::JobCommand(Document& document, DWORD job, DWORD command)

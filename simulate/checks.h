@@ -28,7 +28,7 @@ public:
     // A thread of the process uses a connection.
     void ConnectionUsed(simulated::Endpoint& connection, simulated::Network::Use use);
     // At the print server: they are the document's bytes, in their order.
-    void DataArrived(Document& document, const char* bytes, std::size_t count);
+    void DataArrived(const Document& document, std::size_t at, const char* bytes, std::size_t count);
     // The monitor tells the spooler something about a job, by the printer handle of a document.
     void JobCommand(Document& document, DWORD job, DWORD command);
     // The call is over: the thread holds the locks and its log has the margin that they had at the begin.

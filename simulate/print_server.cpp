@@ -178,8 +178,6 @@ void PrintServer::ServeData(Endpoint& connection)
     Session& session = sessions[number];
     session.document = world.Find(connection.document);
     session.data = &connection;
-    Document& document = *session.document;
-    document.received = 0;
     bool goesOn = Say(connection, Step::SessionId, SessionId(number), false) &&
                   Say(connection, Step::TransMode, TransMode(), false);
     if (manners.unasked > 0 && goesOn)
@@ -198,12 +196,14 @@ bool PrintServer::TakeData(Endpoint& connection, Session& session)
     const int count = connection.Receive(buffer, sizeof buffer, false, until);
     Document& document = *session.document;
     if (count > 0) {
-        world.checks.DataArrived(document, buffer, static_cast<std::size_t>(count));
+        world.checks.DataArrived(document, session.received, buffer, static_cast<std::size_t>(count));
+        session.received += static_cast<std::size_t>(count);
         Bytes none;
         return !IsDue(Step::Data) || PlayFault(connection, none, false);
     }
     if (count == 0) {
         document.isWhole = true;
+        document.received = std::max(document.received, session.received);
         session.hasEnded = true;
         session.endedAt = Scheduler::Current().Now();
         world.Tell("the print server has the whole document of job " + std::to_string(document.job) + ", " +
@@ -224,7 +224,7 @@ Lpq PrintServer::Record(Command& command) const
         manners.queue - static_cast<int>((now - command.notifiesSince) / manners.perPosition);
     if (position > 0)
         return {position, 1};
-    if (manners.cancels && session->document->received > 0)
+    if (manners.cancels && session->received > 0)
         return {0, 9};
     if (!session->hasEnded)
         return {0, 2};

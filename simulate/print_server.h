@@ -86,6 +86,7 @@ private:
     struct Session {
         Document* document = nullptr;
         simulated::Endpoint* data = nullptr;
+        std::size_t received = 0;
         bool hasEnded = false;  // the data
         simulated::Micros endedAt = 0;
     };
