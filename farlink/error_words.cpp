@@ -28,7 +28,7 @@ constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_NOT_ENOUGH_MEMORY), "out of memory"},
     {WORD_AND_NAME(ERROR_WRITE_PROTECT), "the state folder can't be written to"},
     {WORD_AND_NAME(ERROR_GEN_FAILURE), "the port could not deliver the job",
-     "the monitor's log tells why ('farlink log level --file on')"},
+     "the monitor's log tells why ('farlink log level --file on --limit 10240')"},
     {WORD_AND_NAME(ERROR_SHARING_VIOLATION), "another process uses the file"},
     {WORD_AND_NAME(ERROR_NOT_SUPPORTED), "not supported"},
     {WORD_AND_NAME(ERROR_PRINT_CANCELLED), "the job was cancelled"},

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "farlink/commands.h"
+#include "farlink/similar_word.h"
 #include "farlink/system_commands.h"
 #include "version/build.h"
 
@@ -11,25 +12,44 @@ namespace farlink {
 
 namespace {
 
-// "farlink port add" for a command line that came so far.
-std::string CommandOf(const CLI::App& app)
+// The command that was asked for, as far as the command line came, and its words: "farlink port add".
+struct Reached {
+    const CLI::App* app;
+    std::string path;
+};
+
+Reached ReachedBy(const CLI::App& farlink)
 {
-    std::string name = app.get_name();
-    for (const CLI::App* inner = &app; !inner->get_subcommands().empty();) {
-        inner = inner->get_subcommands().front();
-        name += " " + inner->get_name();
+    Reached reached{&farlink, farlink.get_name()};
+    while (!reached.app->get_subcommands().empty()) {
+        reached.app = reached.app->get_subcommands().front();
+        reached.path += " " + reached.app->get_name();
     }
-    return name;
+    return reached;
+}
+
+// What could stand in the place of a word that isn't known.
+std::vector<std::string> WordsOf(const CLI::App& app)
+{
+    std::vector<std::string> words;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+        words.push_back(command->get_name());
+    for (const CLI::Option* option : app.get_options())
+        for (const std::string& name : option->get_lnames())
+            words.push_back("--" + name);
+    return words;
 }
 
 // What the parser says, put so that it names the word that is wrong.
 std::string TextOf(const CLI::App& app, const CLI::ParseError& error)
 {
+    const Reached reached = ReachedBy(app);
     const std::vector<std::string> strangers = app.remaining(true);
     const std::string what = strangers.empty()
                                  ? error.what()
-                                 : "'" + strangers.front() + "' is not known in '" + CommandOf(app) + "'";
-    return what + "; see '" + CommandOf(app) + " --help'";
+                                 : "'" + strangers.front() + "' is not known in '" + reached.path + "'" +
+                                       DidYouMean(strangers.front(), WordsOf(*reached.app));
+    return what + "; see '" + reached.path + " --help'";
 }
 
 int Fail(const std::string& text, ExitStatus status)
@@ -46,7 +66,7 @@ void Describe(CLI::App& app)
         "Examples:\n"
         "  farlink port add front-desk --server 10.0.0.7 --port 9100\n"
         "  farlink print --to front-desk badge.prn\n"
-        "  farlink COMMAND --help\n\n" +
+        "  farlink help COMMAND\n\n" +
         std::string(kStateHelp) + "\n\n" + kExitStatusHelp);
 }
 
@@ -86,6 +106,7 @@ int RunTool(int argc, const char* const* argv)
     AddSampleCommand(app);
     AddCompletionCommand(app);
     AddManCommand(app);
+    AddHelpCommand(app);
     const int status = Parse(app, run, argc, argv);
     if (OutputIsBroken() && status == static_cast<int>(ExitStatus::Done))
         return Fail("Standard output can't be written: " + OutputError(), ExitStatus::Failed);

@@ -283,28 +283,34 @@ int Database::Use::RowsChanged() const
     return sqlite3_changes(database.connection);
 }
 
-Database::Change::Change(Database& owner, Durability wanted) : Use(owner), durability(wanted)
+Database::Change::Change(Database& owner, Durability wanted)
+    : Use(owner), outermost(owner.changesUnderWay == 0), durability(wanted)
 {
-    if (durability == Durability::Relaxed)
+    if (durability == Durability::Relaxed && outermost)
         database.Execute("PRAGMA synchronous = NORMAL");
     try {
-        database.Execute("BEGIN IMMEDIATE");
+        database.Execute(outermost ? "BEGIN IMMEDIATE" : "SAVEPOINT inner");
     } catch (...) {
-        sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
+        if (outermost)
+            sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
         throw;
     }
+    ++database.changesUnderWay;
 }
 
 Database::Change::~Change()
 {
+    --database.changesUnderWay;
     if (open)
-        sqlite3_exec(database.connection, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
+        sqlite3_exec(database.connection, outermost ? "ROLLBACK" : "ROLLBACK TO inner; RELEASE inner",
+                     nullptr, nullptr, nullptr);
+    if (outermost)
+        sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
 }
 
 void Database::Change::Commit()
 {
-    database.Execute("COMMIT");
+    database.Execute(outermost ? "COMMIT" : "RELEASE inner");
     open = false;
 }
 

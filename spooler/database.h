@@ -96,7 +96,7 @@ public:
     private:
         int RowsChanged() const;
 
-        std::lock_guard<std::mutex> lock;
+        std::lock_guard<std::recursive_mutex> lock;
     };
 
     enum class Durability {
@@ -104,7 +104,8 @@ public:
         Relaxed  // whole or not at all after a loss of power; for what is only told, not promised
     };
 
-    // A Use whose changes take effect together at Commit, and not at all without it.
+    // A Use whose changes take effect together at Commit, and not at all without it. Inside another one of
+    // the same thread it takes effect with that one.
     class Change : public Use {
     public:
         explicit Change(Database& owner, Durability wanted = Durability::Safe);
@@ -114,6 +115,7 @@ public:
         void Commit();
 
     private:
+        const bool outermost;
         bool open = true;
         Durability durability;
     };
@@ -131,7 +133,8 @@ private:
     [[noreturn]] void Fail(int result);
 
     std::string path;
-    std::mutex connectionLock;
+    std::recursive_mutex connectionLock;
+    int changesUnderWay = 0;  // of the thread that holds the lock
     sqlite3* connection = nullptr;
     std::map<std::string, sqlite3_stmt*, std::less<>> prepared;
 };

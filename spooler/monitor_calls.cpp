@@ -1,6 +1,7 @@
 // Monitors, their ports and their settings.
 
 #include <cstring>
+#include <memory>
 
 #include "platform/posix/utf.h"
 #include "spooler/api.h"
@@ -126,6 +127,34 @@ SPOOLER_EXPORT BOOL DeleteMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR n
         const std::shared_ptr<Instance> spooler = Instance::Get();
         spooler->RequireAdministrator();
         spooler->registry->RemoveValue(SettingsKey(*spooler, monitor, key, false), name);
+    });
+}
+
+namespace {
+
+struct SettingsChange {
+    const std::shared_ptr<Instance> spooler = Instance::Get();
+    Database::Change change{*spooler->database};
+};
+thread_local std::unique_ptr<SettingsChange> settingsChange;
+
+}  // namespace
+
+SPOOLER_EXPORT BOOL BeginSettingsChange()
+{
+    return BoolCall([&] {
+        RequireParameter(settingsChange == nullptr, "A change of settings is under way.");
+        settingsChange = std::make_unique<SettingsChange>();
+    });
+}
+
+SPOOLER_EXPORT BOOL EndSettingsChange(BOOL keep)
+{
+    return BoolCall([&] {
+        RequireParameter(settingsChange != nullptr, "No change of settings is under way.");
+        const std::unique_ptr<SettingsChange> ended = std::move(settingsChange);
+        if (keep)
+            ended->change.Commit();
     });
 }
 

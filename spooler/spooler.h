@@ -119,4 +119,12 @@ BOOL GetMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR name, DWORD* value)
 BOOL SetMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR name, DWORD value);
 BOOL DeleteMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR name);
 
+// Between the two, all that the calling thread changes in the monitors' settings, through Xcv commands too,
+// is one change: it takes effect at the end, and not at all when `keep` is FALSE or the process ends before.
+// Other threads and processes wait with the settings meanwhile. A monitor that is loaded keeps in memory what
+// was not kept, so the process should end after that. FALSE with ERROR_INVALID_PARAMETER for a second begin,
+// or an end without one.
+BOOL BeginSettingsChange();
+BOOL EndSettingsChange(BOOL keep);
+
 }  // extern "C"

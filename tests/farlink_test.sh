@@ -83,9 +83,13 @@ test_ports() {
     expect 0 port show Desk --json
     is_json whole
     says '"name": "desk"' && says '"server": "localhost"' && says '"port": 9200'
-    expect 0 port delete 'Büro 2'
-    expect 1 port show 'Büro 2'
+    expect 0 port show 'BÜRO 2'
+    says '^name  *Büro 2$'
+    expect 1 port delete none 'BÜRO 2'
+    says "'Büro 2' is deleted"
     complains '(ERROR_UNKNOWN_PORT, 1796)$'
+    expect 1 port show desc
+    complains "did you mean 'desk'"
 
     local long_name long_server
     long_name=$(printf 'n%.0s' {1..65}) long_server=$(printf 's%.0s' {1..48})
@@ -96,16 +100,52 @@ test_ports() {
     expect 2 port add 'a,b' --server localhost --port 1
     expect 2 port add '' --server localhost --port 1
     expect 2 port add other --server localhost --port 65534
+    local server
+    for server in 'a b' 127.0.0.1:9100 ::1 http://cards 10.0.0.256; do expect 2 port add other --server "$server" --port 1; done
+    expect 0 port add octal -s cards -p 010 --period 5 --timeout 14
+    complains 'Warning: .*three periods'
+    expect 0 port show octal -j
+    says '"port": 10,' && says '"timeout": 14'
     expect 2 port set desk
-    expect 2 port frobnicate
-    complains "'frobnicate' is not known in 'farlink port'"
+    expect 2 port set desk --timeout 32768
+    expect 2 prot list
+    complains "'prot' is not known in 'farlink' (did you mean 'port'?)"
+    expect 0 help port add
+    says '^Usage: farlink port add'
+    expect 2 help port ad
+    local status=0
+    "$farlink" port list >/dev/full 2>"$folder/last.err" || status=$?
+    [[ $status -eq 1 ]] || fail "a full disk went unseen"
+    complains 'No space left'
+}
+
+# A list goes into another state folder and comes back the same; a file with a fault in it changes nothing.
+test_import() {
+    "$farlink" port list --json >"$folder/ports.json"
+    local FARLINK_STATE=$folder/other
+    expect 0 port import "$folder/ports.json"
+    says '^2 ports: 2 added'
+    expect 0 port set desk --port 1 --timeout 99
+    sed 's/"octal"/"x,y"/' "$folder/ports.json" >"$folder/bad.json"
+    expect 1 port import "$folder/bad.json"
+    complains 'Port 2 of the file'
+    sed "s/\"octal\"/\"$(printf 'n%.0s' {1..66})\"/" "$folder/ports.json" >"$folder/bad.json"
+    expect 2 port import "$folder/bad.json"
+    expect 0 port show desk
+    says '^port  *1 '
+    expect 0 port import "$folder/ports.json"
+    says '0 added, 1 changed, 1 as'
+    expect 0 port list --json
+    same_bytes "$folder/ports.json" "$folder/last.out"
+    FARLINK_STATE=$folder/state
+    expect 0 port delete octal
 }
 
 test_settings() {
-    expect 0 keepalive set desk --timeout 65535
+    expect 0 keepalive set desk --timeout 32767
     expect 0 keepalive show desk --json
     is_json whole
-    says '"period": 5' && says '"timeout": 65535'
+    says '"period": 5' && says '"timeout": 32767'
     expect 0 keepalive defaults desk
     expect 0 keepalive show desk
     says '^timeout  20 s'
@@ -215,15 +255,15 @@ test_questions() {
     expect 0 status desk
     says '^reachable  *yes' && says '^protocol  *not known: the log is off' && says '^jobs  *none waits'
     expect 0 log level --file on --limit 1024
-    expect 0 status desk --json
-    is_json whole
-    says '"reachable": "yes"' && says '"text": "1.10"' && says '"text": "queue position = 30000,'
     start_print asked_meanwhile "$folder/short.prn"
     await_line "waiting in the print server's queue" "$folder/asked_meanwhile.out"
     expect 1 query --to desk 7
     complains '(ERROR_BUSY, 170)$'
-    expect 0 status desk
-    says '^reachable  *not tried' && says '^jobs  *[0-9]* [a-z]'
+    expect 0 status desk --json
+    is_json whole
+    says '"reachable": "yes"' && says '"text": "1.10"' && says '"text": "queue position = 30000,'
+    expect 0 status
+    says '^desk  *yes'
     kill -KILL "$printing"
     ends_with 137
     expect 0 jobs cancel "$(id_in asked_meanwhile)"
@@ -232,12 +272,14 @@ test_questions() {
     complains 'nothing listens.*(WSAECONNREFUSED, 10061)$'
     expect 1 status desk
     says '^reachable  *no: ' && says '^failures .*  Failed to connect\.$'
+    expect 1 status
+    says '^desk  *no'
 }
 
 # With a ring that one process writes over twice while it is followed. A document's lines are half of it, so
 # that a follower has more than a second to come by; one that had less says so.
 test_log() {
-    expect 0 log --port 127.0.0.1:1
+    expect 0 log --port desk
     grep -qv ' 127\.0\.0\.1:1 0x' "$folder/last.out" && fail "a line of another tag"
     expect 0 log --json
     is_json lines
@@ -246,6 +288,9 @@ test_log() {
     complains 'There is no log file'
     serve logged 0
     expect 0 port set desk --port "$port"
+    expect 0 log level --defaults
+    expect 0 log level --file on
+    says '^limit  *10240 KiB'
     expect 0 log level --limit 48
     rm "$folder/Farlink.log"
     "$farlink" log --follow --since 00:00:00 >"$folder/followed.out" 2>"$folder/followed.err" &
@@ -285,6 +330,7 @@ test_help() {
 }
 
 test_ports
+test_import
 test_settings
 test_sent
 test_dead_server_and_retry

@@ -1,17 +1,18 @@
 #include <memory>
-#include <optional>
 
 #include "farlink/commands.h"
+#include "farlink/commands/port_options.h"
+#include "farlink/ports/port_lookup.h"
+#include "farlink/ports/port_rules.h"
 #include "farlink/ports/port_use.h"
 
 namespace farlink {
 
 namespace {
 
-struct KeepAliveOptions {
+struct TimesOptions {
     std::string port;
-    std::optional<std::uint16_t> period;
-    std::optional<std::uint16_t> timeout;
+    KeepAliveOptions times;
 };
 
 void Say(const Run& run, KeepAlive values)
@@ -30,29 +31,24 @@ void Store(const WideString& port, KeepAlive values)
     SetKeepAlive(port, values);
 }
 
-void Set(const Run& run, const KeepAliveOptions& options)
+void Set(const Run& run, const TimesOptions& options)
 {
-    if (!options.period && !options.timeout)
+    if (!options.times.period && !options.times.timeout)
         throw Failure("Nothing to change: give --period or --timeout", ExitStatus::Usage);
-    const WideString port = ToUtf16(options.port);
+    const WideString port = FindPortByName(options.port);
     KeepAlive values = GetKeepAlive(port);
-    values.period = options.period.value_or(values.period);
-    values.timeout = options.timeout.value_or(values.timeout);
+    values.period = options.times.period.value_or(values.period);
+    values.timeout = options.times.timeout.value_or(values.timeout);
     Store(port, values);
     Say(run, GetKeepAlive(port));
-}
-
-void AddSeconds(CLI::App& command, const char* name, std::optional<std::uint16_t>& value,
-                const char* description)
-{
-    command.add_option(name, value, description)->check(CLI::Range(0, 65535))->type_name("SECONDS");
+    WarnOfShortTimeout(ToUtf8(port), values);
 }
 
 }  // namespace
 
 void AddKeepAliveCommands(CLI::App& farlink, Run& run)
 {
-    auto options = std::make_shared<KeepAliveOptions>();
+    auto options = std::make_shared<TimesOptions>();
     CLI::App* group = farlink.add_subcommand("keepalive", "Show and change a port's keep-alive times")
                           ->require_subcommand(1);
     AddExamples(*group, "farlink keepalive show front-desk\nfarlink keepalive set front-desk --timeout 60");
@@ -65,13 +61,12 @@ void AddKeepAliveCommands(CLI::App& farlink, Run& run)
 
     CLI::App* show = add("show", "Show a port's keep-alive times", "farlink keepalive show front-desk");
     show->add_option("NAME", options->port, "The port")->required();
-    show->callback([&run, options] { Say(run, GetKeepAlive(ToUtf16(options->port))); });
+    show->callback([&run, options] { Say(run, GetKeepAlive(FindPortByName(options->port))); });
 
     CLI::App* set = add("set", "Change them, from the next document on; refused while a document prints",
                         "farlink keepalive set front-desk --period 5 --timeout 20");
     set->add_option("NAME", options->port, "The port")->required();
-    AddSeconds(*set, "--period", options->period, "How often a keep-alive goes out");
-    AddSeconds(*set, "--timeout", options->timeout, "Silence after which the link is given up");
+    AddKeepAliveOptions(*set, options->times);
     set->callback([&run, options] { Set(run, *options); });
 
     CLI::App* defaults = add("defaults", "Show the times that a new port has, or give them back to a port",
@@ -80,7 +75,7 @@ void AddKeepAliveCommands(CLI::App& farlink, Run& run)
     defaults->callback([&run, options] {
         const KeepAlive values = GetDefaultKeepAlive();
         if (!options->port.empty())
-            Store(ToUtf16(options->port), values);
+            Store(FindPortByName(options->port), values);
         Say(run, values);
     });
 }

@@ -22,6 +22,9 @@ constexpr Setting kFile{TEXT("LogToFile"), 0};
 constexpr Setting kDebug{TEXT("LogToDebugOutput"), 0};
 constexpr Setting kLimit{TEXT("MaxLogFileSize"), 0};
 
+// A port that waits writes 12 MiB an hour, so a log that is switched on gets a limit unless there is one.
+constexpr DWORD kUsualLimit = 10240;
+
 struct EventName {
     const char* name;
     DWORD bit;
@@ -105,6 +108,8 @@ void Level(const Run& run, const LevelOptions& options)
             RemoveLogSetting(monitor, setting.name);
     if (events)
         StoreLogSetting(monitor, kEvents.name, *events);
+    if (options.file == "on" && !options.limit && !ReadLogSetting(monitor, kLimit.name))
+        StoreLogSetting(monitor, kLimit.name, kUsualLimit);
     if (options.file)
         StoreLogSetting(monitor, kFile.name, *options.file == "on" ? 1 : 0);
     if (options.debug)
@@ -123,7 +128,7 @@ void AddLogCommands(CLI::App& farlink, Run& run)
                         ->require_subcommand(0, 1);
     AddLogShowing(*log, run);
     AddExamples(*log,
-                "farlink log --since 14:05:00\nfarlink log --follow --port 10.0.0.7:9100\n"
+                "farlink log --since 14:05:00\nfarlink log --follow --port front-desk\n"
                 "farlink log saved.log --json\nfarlink log level --file on");
     CLI::App* level = log->add_subcommand(
         "level", "Show or change what is logged and where; counts for each monitor that starts from then on");
@@ -141,7 +146,10 @@ void AddLogCommands(CLI::App& farlink, Run& run)
     level->add_option("--debug", options->debug, "Write to the debug output")
         ->check(CLI::IsMember({"on", "off"}))
         ->type_name("SWITCH");
-    level->add_option("--limit", options->limit, "Size at which the file wraps; 0 for none")
+    level
+        ->add_option("--limit", options->limit,
+                     "Size at which the file wraps; 0 for none. 10240 if the log is switched on without one")
+        ->transform(WithoutLeadingZeros())
         ->type_name("KIB");
     level->add_flag("--defaults", options->defaults, "First put back what a new system has");
     level->callback([&run, options] { Level(run, *options); });

@@ -1,97 +1,117 @@
-#include <algorithm>
 #include <memory>
 
 #include "farlink/commands.h"
+#include "farlink/commands/port_options.h"
+#include "farlink/ports/port_entry.h"
+#include "farlink/ports/port_lookup.h"
+#include "farlink/ports/port_rules.h"
 #include "farlink/ports/port_use.h"
+#include "farlink/ports/settings_change.h"
 #include "farlink/ports/spooler_lists.h"
 
 namespace farlink {
 
 namespace {
 
-// The command channel is the number plus 2, so the last two numbers serve no port.
-constexpr unsigned kLastPortNumber = 65533;
-
 struct PortOptions {
-    std::string name;
+    std::vector<std::string> names;
     std::string server;
     unsigned number = 0;
+    KeepAliveOptions keepAlive;
 };
 
-Json JsonOf(const PortSettings& port)
-{
-    return {{"name", ToUtf8(port.name)}, {"server", ToUtf8(port.server)}, {"port", port.number}};
-}
-
-void Say(const Run& run, const PortSettings& port, const std::string& text)
+void Say(const Run& run, const PortEntry& port, const std::string& text)
 {
     if (run.json)
         PrintJson(JsonOf(port));
     else
-        PrintLine(text);
+        PrintLine("Port '" + ToUtf8(port.settings.name) + "' " + text);
 }
 
-std::string AddressOf(const PortSettings& port)
+void SayWhereTo(const Run& run, const PortEntry& port)
 {
-    return ToUtf8(port.server) + ":" + std::to_string(port.number);
+    Say(run, port, "prints to " + ToUtf8(port.settings.server) + ":" + std::to_string(port.settings.number));
+    WarnOfShortTimeout(ToUtf8(port.settings.name), port.keepAlive);
 }
 
-void CheckName(const WideString& name)
+void StoreKeepAlive(const WideString& port, const KeepAliveOptions& options)
 {
-    if (name.empty())
-        throw Failure("A port name can't be empty", ExitStatus::Usage);
-    // A printer of the port's name couldn't have the first two, a listing couldn't show the others.
-    if (std::ranges::any_of(
-            name, [](WCHAR unit) { return unit == TEXT(',') || unit == TEXT('\\') || unit < TEXT(' '); }))
-        throw Failure("A port name can't have a comma, a backslash or a control character",
-                      ExitStatus::Usage);
+    if (!options.period && !options.timeout)
+        return;
+    KeepAlive values = GetKeepAlive(port);
+    values.period = options.period.value_or(values.period);
+    values.timeout = options.timeout.value_or(values.timeout);
+    SetKeepAlive(port, values);
 }
 
-void Add(const Run& run, const PortOptions& options)
+void Add(Run& run, const PortOptions& options)
 {
-    const PortSettings port{ToUtf16(options.name), ToUtf16(options.server),
+    const PortSettings port{ToUtf16(options.names.front()), ToUtf16(options.server),
                             static_cast<std::uint16_t>(options.number)};
     CheckName(port.name);
-    if (port.server.empty())
-        throw Failure("The print server's name can't be empty", ExitStatus::Usage);
+    CheckServer(options.server);
+    SettingsChange change;
     AddPort(port);
-    Say(run, port, "Port '" + options.name + "' prints to " + AddressOf(port));
+    StoreKeepAlive(port.name, options.keepAlive);
+    change.Commit();
+    SayWhereTo(run, ReadPort(port.name));
 }
 
-void Set(const Run& run, const PortOptions& options)
+void SetOne(Run& run, const PortOptions& options, const WideString& name)
 {
-    if (options.server.empty() && options.number == 0)
-        throw Failure("Nothing to change: give --server or --port", ExitStatus::Usage);
-    PortSettings port = GetPort(ToUtf16(options.name));
-    RequireIdle(port.name);
+    PortSettings port = GetPort(name);
+    RequireIdle(name);
+    SettingsChange change;
     if (!options.server.empty())
         port.server = ToUtf16(options.server);
     if (options.number != 0)
         port.number = static_cast<std::uint16_t>(options.number);
-    SetPort(port);
-    Say(run, port, "Port '" + ToUtf8(port.name) + "' prints to " + AddressOf(port));
+    if (!options.server.empty() || options.number != 0)
+        SetPort(port);
+    StoreKeepAlive(name, options.keepAlive);
+    change.Commit();
+    SayWhereTo(run, ReadPort(name));
 }
 
-void Show(const Run& run, const PortOptions& options)
+void Set(Run& run, const PortOptions& options)
 {
-    const PortSettings port = GetPort(ToUtf16(options.name));
-    if (run.json)
-        PrintJson(JsonOf(port));
-    else
-        PrintTable({{"name", ToUtf8(port.name)},
-                    {"server", ToUtf8(port.server)},
-                    {"port", std::to_string(port.number) + " (data), " + std::to_string(port.number + 2) +
-                                 " (commands)"}});
+    const bool keepsAll = options.server.empty() && options.number == 0;
+    if (keepsAll && !options.keepAlive.period && !options.keepAlive.timeout)
+        throw Failure("Nothing to change: give --server, --port, --period or --timeout", ExitStatus::Usage);
+    if (!options.server.empty())
+        CheckServer(options.server);
+    ForEach(run, options.names, [&](const std::string& name) { SetOne(run, options, FindPortByName(name)); });
 }
 
-void List(const Run& run)
+void ShowOne(const Run& run, const PortEntry& port)
+{
+    if (run.json) {
+        PrintJson(JsonOf(port));
+        return;
+    }
+    const std::uint16_t number = port.settings.number;
+    PrintTable({{"name", ToUtf8(port.settings.name)},
+                {"server", ToUtf8(port.settings.server)},
+                {"port", std::to_string(number) + " (data), " + std::to_string(number + 2) + " (commands)"},
+                {"keep-alive", "period " + std::to_string(port.keepAlive.period) + " s, timeout " +
+                                   std::to_string(port.keepAlive.timeout) + " s"}});
+}
+
+void Show(Run& run, const PortOptions& options)
+{
+    ForEach(run, options.names,
+            [&](const std::string& name) { ShowOne(run, ReadPort(FindPortByName(name))); });
+}
+
+void List(Run& run, const PortOptions&)
 {
     Json ports = Json::array();
     std::vector<std::vector<std::string>> rows;
     for (const WideString& name : ListPorts()) {
-        const PortSettings port = GetPort(name);
+        const PortEntry port = ReadPort(name);
         ports.push_back(JsonOf(port));
-        rows.push_back({ToUtf8(port.name), ToUtf8(port.server), std::to_string(port.number)});
+        rows.push_back(
+            {ToUtf8(port.settings.name), ToUtf8(port.settings.server), std::to_string(port.settings.number)});
     }
     if (run.json) {
         PrintJson(ports);
@@ -103,21 +123,14 @@ void List(const Run& run)
     }
 }
 
-void Delete(const Run& run, const PortOptions& options)
+void Delete(Run& run, const PortOptions& options)
 {
-    const PortSettings port = GetPort(ToUtf16(options.name));
-    FreeOfPrinters(port.name, "Port '" + options.name + "'");
-    DeletePort(port.name);
-    Say(run, port, "Port '" + ToUtf8(port.name) + "' is deleted");
-}
-
-CLI::Option* AddNumber(CLI::App& command, PortOptions& options)
-{
-    return command
-        .add_option("--port", options.number,
-                    "TCP port of the data channel; the command channel is this plus 2")
-        ->check(CLI::Range(1U, kLastPortNumber))
-        ->type_name("N");
+    ForEach(run, options.names, [&](const std::string& name) {
+        const PortEntry port = ReadPort(FindPortByName(name));
+        FreeOfPrinters(port.settings.name, "Port '" + ToUtf8(port.settings.name) + "'");
+        DeletePort(port.settings.name);
+        Say(run, port, "is deleted");
+    });
 }
 
 }  // namespace
@@ -125,10 +138,10 @@ CLI::Option* AddNumber(CLI::App& command, PortOptions& options)
 void AddPortCommands(CLI::App& farlink, Run& run)
 {
     auto options = std::make_shared<PortOptions>();
-    CLI::App* port =
-        farlink.add_subcommand("port", "Add, list, show, change and delete ports")->require_subcommand(1);
+    CLI::App* port = farlink.add_subcommand("port", "Add, list, show, change, delete and import ports")
+                         ->require_subcommand(1);
     AddExamples(*port, "farlink port add front-desk --server 10.0.0.7 --port 9100\nfarlink port list");
-    using Action = void (*)(const Run&, const PortOptions&);
+    using Action = void (*)(Run&, const PortOptions&);
     const auto add = [&](const char* name, const char* description, Action action, const char* examples) {
         CLI::App* command = port->add_subcommand(name, description);
         AddJsonFlag(*command, run);
@@ -136,33 +149,41 @@ void AddPortCommands(CLI::App& farlink, Run& run)
         command->callback([&run, options, action] { action(run, *options); });
         return command;
     };
+    const auto addNames = [&](CLI::App* command) {
+        command->add_option("NAME", options->names, "The port; several may be given")->required();
+    };
+    const auto addServer = [&](CLI::App* command) {
+        return command
+            ->add_option("-s,--server", options->server,
+                         "The print server's name or IPv4 address, at most 48 characters")
+            ->type_name("HOST");
+    };
 
     CLI::App* command = add("add", "Make a port: a name for a print server and its TCP port", Add,
                             "farlink port add front-desk --server 10.0.0.7 --port 9100\n"
-                            "farlink port add badges --server cards.example.com --port 9100 --json");
-    command->add_option("NAME", options->name, "The new port's name, at most 65 characters")->required();
-    command
-        ->add_option("--server", options->server, "The print server's name or address, at most 48 characters")
+                            "farlink port add badges -s cards.example.com -p 9100 --timeout 60");
+    command->add_option("NAME", options->names, "The new port's name, at most 65 characters")
         ->required()
-        ->type_name("HOST");
-    AddNumber(*command, *options)->required();
+        ->expected(1);
+    addServer(command)->required();
+    AddNumber(*command, options->number)->required();
+    AddKeepAliveOptions(*command, options->keepAlive);
 
-    add(
-        "list", "List the ports by name", [](const Run& now, const PortOptions&) { List(now); },
-        "farlink port list\nfarlink port list --json");
+    add("list", "List the ports by name; in JSON with all that 'farlink port import' reads", List,
+        "farlink port list\nfarlink port list --json > ports.json");
+    addNames(add("show", "Show a port's settings", Show, "farlink port show front-desk"));
 
-    command = add("show", "Show one port's settings", Show, "farlink port show front-desk");
-    command->add_option("NAME", options->name, "The port")->required();
+    command = add("set", "Change a port; refused while a document prints on it", Set,
+                  "farlink port set front-desk --server 10.0.0.8\n"
+                  "farlink port set front-desk back-office --timeout 60");
+    addNames(command);
+    addServer(command);
+    AddNumber(*command, options->number);
+    AddKeepAliveOptions(*command, options->keepAlive);
 
-    command = add("set", "Change a port's print server; refused while a document prints on it", Set,
-                  "farlink port set front-desk --server 10.0.0.8\nfarlink port set front-desk --port 9200");
-    command->add_option("NAME", options->name, "The port")->required();
-    command->add_option("--server", options->server, "The print server's name or address")->type_name("HOST");
-    AddNumber(*command, *options);
-
-    command = add("delete", "Delete a port that has no jobs; on Windows, one that no printer is on", Delete,
-                  "farlink port delete front-desk");
-    command->add_option("NAME", options->name, "The port")->required();
+    addNames(add("delete", "Delete a port; on Windows, one that no printer is on", Delete,
+                 "farlink port delete front-desk"));
+    AddPortImport(*port, run);
 }
 
 }  // namespace farlink

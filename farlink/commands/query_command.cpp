@@ -103,7 +103,7 @@ void AddQueryCommand(CLI::App& farlink, Run& run)
     CLI::App* query =
         farlink.add_subcommand("query", "Ask a printer something, by number, and show its reply");
     AddJsonFlag(*query, run);
-    query->add_option("--to", options->destination, "A port or a printer")->required()->type_name("NAME");
+    query->add_option("-t,--to", options->destination, "A port or a printer")->required()->type_name("NAME");
     query
         ->add_option(
             "ID", options->id,

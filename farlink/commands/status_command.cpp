@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 
 #include "farlink/commands.h"
@@ -6,9 +7,11 @@
 #include "farlink/log/log_path.h"
 #include "farlink/log/log_settings.h"
 #include "farlink/log/log_text.h"
-#include "farlink/ports/port_administration.h"
+#include "farlink/log/newest_lines.h"
+#include "farlink/ports/port_entry.h"
 #include "farlink/ports/port_lookup.h"
 #include "farlink/ports/port_use.h"
+#include "farlink/ports/reach.h"
 #include "farlink/ports/spooler_lists.h"
 
 namespace farlink {
@@ -16,6 +19,8 @@ namespace farlink {
 namespace {
 
 constexpr std::size_t kFailuresShown = 3;
+// Of the newest lines: a log without a limit may be larger than the memory.
+constexpr std::uint64_t kLogBytesRead = std::uint64_t{8} << 20;
 
 // Whatever process wrote it. What the log doesn't hold isn't known.
 struct LogLook {
@@ -34,15 +39,14 @@ LogLook LookIntoLog(const std::string& tag)
     LogFileBytes file(look.path);
     look.exists = file.Exists();
     if (look.exists) {
-        const std::string content = file.Read(0, file.Size());
-        look.found = FindInLog(RecordsInOrderOfTime(content), tag);
+        const NewestLines newest = ReadNewestLines(file, kLogBytesRead);
+        look.found = FindInLog(RecordsOf(newest.lines), tag);
     }
     return look;
 }
 
 struct Health {
-    PortSettings port;
-    KeepAlive keepAlive;
+    PortEntry port;
     Reach reach;
     std::vector<WaitingJob> jobs;
     LogLook log;
@@ -51,12 +55,19 @@ struct Health {
 Health Examine(const WideString& name)
 {
     Health health;
-    health.port = GetPort(name);
-    health.keepAlive = GetKeepAlive(name);
-    health.reach = TryPort(health.port);  // before the look into the log, which then holds it too
-    health.jobs = WaitingJobsOn(health.port.name);
-    health.log = LookIntoLog(ToUtf8(health.port.server) + ":" + std::to_string(health.port.number));
+    health.port = ReadPort(name);
+    health.reach = TryPort(health.port.settings);
+    health.jobs = WaitingJobsOn(name);
+    health.log = LookIntoLog(LogTagOf(health.port.settings));
+    auto& failures = health.log.found.failures;
+    if (failures.size() > kFailuresShown)
+        failures.erase(failures.begin(), failures.end() - kFailuresShown);
     return health;
+}
+
+std::string WordOf(const Reach& reach)
+{
+    return reach.answers ? "yes" : "no";
 }
 
 // --- for people -------------------------------------------------------------------------------------
@@ -64,7 +75,7 @@ Health Examine(const WideString& name)
 std::string Unknown(const LogLook& log)
 {
     if (!log.isOn)
-        return "not known: the log is off ('farlink log level --file on')";
+        return std::string("not known: the log is off (") + kLogHint + ")";
     return log.exists ? "not known: the log doesn't tell" : "not known: there is no log file yet";
 }
 
@@ -91,13 +102,14 @@ void Show(const Health& health)
     std::vector<std::string> failures;
     for (const LogFindings::Word& failure : health.log.found.failures)
         failures.push_back(failure.time + "  " + failure.text);
+    const PortSettings& port = health.port.settings;
     std::vector<std::vector<std::string>> rows = {
-        {"port", ToUtf8(health.port.name)},
-        {"server", ToUtf8(health.port.server) + ", " + std::to_string(health.port.number) + " (data), " +
-                       std::to_string(health.port.number + 2) + " (commands)"},
-        {"keep-alive", "period " + std::to_string(health.keepAlive.period) + " s, timeout " +
-                           std::to_string(health.keepAlive.timeout) + " s"},
-        {"reachable", health.reach.text},
+        {"port", ToUtf8(port.name)},
+        {"server", ToUtf8(port.server) + ", " + std::to_string(port.number) + " (data), " +
+                       std::to_string(port.number + 2) + " (commands)"},
+        {"keep-alive", "period " + std::to_string(health.port.keepAlive.period) + " s, timeout " +
+                           std::to_string(health.port.keepAlive.timeout) + " s"},
+        {"reachable", WordOf(health.reach) + ": " + health.reach.text},
         {"protocol", TextOf(health.log.found.version, health.log)},
         {"printer", TextOf(health.log.found.lastNote, health.log)}};
     AddRows(rows, "jobs", jobs, "none waits");
@@ -112,6 +124,13 @@ Json JsonOf(const std::optional<LogFindings::Word>& word)
     return word ? Json{{"time", word->time}, {"text", word->text}} : Json(nullptr);
 }
 
+Json JsonOf(const PortEntry& port, const Reach& reach)
+{
+    Json all = JsonOf(port);
+    all.update({{"reachable", WordOf(reach)}, {"reason", reach.text}});
+    return all;
+}
+
 void ShowJson(const Health& health)
 {
     Json jobs = Json::array();
@@ -120,50 +139,72 @@ void ShowJson(const Health& health)
     Json failures = Json::array();
     for (const LogFindings::Word& failure : health.log.found.failures)
         failures.push_back(JsonOf(failure));
-    PrintJson({{"name", ToUtf8(health.port.name)},
-               {"server", ToUtf8(health.port.server)},
-               {"port", health.port.number},
-               {"period", health.keepAlive.period},
-               {"timeout", health.keepAlive.timeout},
-               {"reachable", health.reach.word},
-               {"reason", health.reach.text},
-               {"protocol", JsonOf(health.log.found.version)},
-               {"printer", JsonOf(health.log.found.lastNote)},
-               {"jobs", jobs},
-               {"failures", health.log.exists ? failures : Json(nullptr)},
-               {"log", {{"on", health.log.isOn}, {"path", health.log.path}}}});
+    Json all = JsonOf(health.port, health.reach);
+    all.update({{"protocol", JsonOf(health.log.found.version)},
+                {"printer", JsonOf(health.log.found.lastNote)},
+                {"jobs", jobs},
+                {"failures", health.log.exists ? failures : Json(nullptr)},
+                {"log", {{"on", health.log.isOn}, {"path", health.log.path}}}});
+    PrintJson(all);
 }
 
-void Status(Run& run, const std::string& name)
+// --- the commands -----------------------------------------------------------------------------------
+
+void TellOne(Run& run, const std::string& name)
 {
-    Health health = Examine(FindPort(name));
-    auto& failures = health.log.found.failures;
-    if (failures.size() > kFailuresShown)
-        failures.erase(failures.begin(), failures.end() - kFailuresShown);
+    const Health health = Examine(FindPort(name));
     if (run.json)
         ShowJson(health);
     else
         Show(health);
-    if (health.reach.word == std::string("no"))
-        run.status = ExitStatus::Failed;
+    if (!health.reach.answers)
+        run.status = std::max(run.status, ExitStatus::Failed);
+}
+
+void TellAll(Run& run)
+{
+    std::vector<PortEntry> ports;
+    for (const WideString& name : ListPorts())
+        ports.push_back(ReadPort(name));
+    const std::vector<Reach> reached = TryPorts(ports);
+    Json all = Json::array();
+    std::vector<std::vector<std::string>> rows;
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        all.push_back(JsonOf(ports[i], reached[i]));
+        rows.push_back({ToUtf8(ports[i].settings.name), WordOf(reached[i]), reached[i].text});
+        if (!reached[i].answers)
+            run.status = ExitStatus::Failed;
+    }
+    if (run.json)
+        PrintJson(all);
+    else if (rows.empty())
+        PrintLine("No ports. 'farlink port add NAME --server HOST --port N' makes one.");
+    else
+        PrintTable(std::move(rows));
 }
 
 }  // namespace
 
 void AddStatusCommand(CLI::App& farlink, Run& run)
 {
-    auto name = std::make_shared<std::string>();
+    auto names = std::make_shared<std::vector<std::string>>();
     CLI::App* status = farlink.add_subcommand(
-        "status", "Tell a port's health: settings, whether its print server answers, jobs, last failures");
+        "status",
+        "Tell which print servers answer; of a named port also its settings, jobs and last failures");
     AddJsonFlag(*status, run);
-    status->add_option("NAME", *name, "A port or a printer")->required();
-    AddExamples(*status, "farlink status front-desk\nfarlink status front-desk --json");
+    status->add_option("NAME", *names, "A port or a printer; without a name, a line for each port");
+    AddExamples(*status, "farlink status\nfarlink status front-desk\nfarlink status --json");
     status->footer(
-        status->get_footer() + "\n\n" + kTryHelp +
-        "\nProtocol, printer state and failures are what the monitor's log file holds.\n\n"
-        "Exit status: 0 the print server answers, or the port is at work; 1 it doesn't, or there is\n"
-        "no such port.");
-    status->callback([&run, name] { Status(run, *name); });
+        status->get_footer() +
+        "\n\nTo try a print server, its command channel is connected to and let go without a byte.\n"
+        "Protocol, printer state and failures are what the monitor's log file holds.\n\n"
+        "Exit status: 0 every print server that was tried answers; 1 one doesn't, or there is no such\n"
+        "port.");
+    status->callback([&run, names] {
+        if (names->empty())
+            TellAll(run);
+        ForEach(run, *names, [&](const std::string& name) { TellOne(run, name); });
+    });
 }
 
 }  // namespace farlink

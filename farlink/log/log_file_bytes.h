@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "farlink/log/log_follower.h"
+#include "farlink/log/newest_lines.h"
 
 namespace farlink {
 

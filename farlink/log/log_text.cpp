@@ -74,14 +74,6 @@ std::size_t FindWrapMarker(std::string_view text)
     return at;
 }
 
-std::size_t EndOfNewestLine(std::string_view file)
-{
-    if (file.ends_with(kWrapMarker))
-        return file.size() - kWrapMarker.size();
-    const std::size_t marker = FindWrapMarker(file);
-    return marker != std::string_view::npos ? marker : file.rfind('\n') + 1;  // npos + 1 is 0
-}
-
 std::vector<std::string_view> RecordsOf(std::string_view stretch)
 {
     std::vector<std::string_view> records;
@@ -96,19 +88,6 @@ std::vector<std::string_view> RecordsOf(std::string_view stretch)
     }
 }
 
-// A wrap cuts the file off where it was, so a marker at the very end means that its writer has not wrapped
-// yet. Otherwise the writer goes through the file from its start, and the first marker is its own.
-std::vector<std::string_view> RecordsInOrderOfTime(std::string_view file)
-{
-    const std::size_t marker = FindWrapMarker(file);
-    if (marker == std::string_view::npos || file.ends_with(kWrapMarker))
-        return RecordsOf(file);
-    std::vector<std::string_view> records = RecordsOf(file.substr(marker));
-    const std::vector<std::string_view> newest = RecordsOf(file.substr(0, marker));
-    records.insert(records.end(), newest.begin(), newest.end());
-    return records;
-}
-
 LogFields FieldsOf(std::string_view record)
 {
     LogFields fields;
@@ -121,6 +100,18 @@ LogFields FieldsOf(std::string_view record)
     fields.thread = TakeField(record, '\t');
     fields.message = record;
     return fields;
+}
+
+bool IsBefore(std::string_view record, std::string_view other)
+{
+    constexpr int kDisorderMs = 100;
+    if (!BeginsRecord(record) || !BeginsRecord(other))
+        return false;
+    const auto milliseconds = [](std::string_view time) {
+        return SecondsOf(time) * 1000 + (time[9] - '0') * 100 + (time[10] - '0') * 10 + time[11] - '0';
+    };
+    const int later = milliseconds(other) - milliseconds(record);
+    return later > kDisorderMs && later < kHalfDay * 1000;
 }
 
 void DropBefore(std::string_view time, std::vector<std::string_view>& records)

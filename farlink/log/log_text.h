@@ -17,19 +17,12 @@ inline constexpr std::string_view kWrapMarker = "===wrap===\r\n";
 // At the start of a line of `text`, which itself starts with one; npos if there is none.
 std::size_t FindWrapMarker(std::string_view text);
 
-// The end of the newest line of a whole file, where the next one goes: the marker's place, or the end of
-// the last complete line in a file without one.
-std::size_t EndOfNewestLine(std::string_view file);
-
 // True for a line with a time.
 bool BeginsRecord(std::string_view line);
 
 // The records of a stretch of a file that is in order. Markers in it are dropped, each with the half line
 // behind it.
 std::vector<std::string_view> RecordsOf(std::string_view stretch);
-
-// All records of a file in the order of time. Only of the last process is the order sure.
-std::vector<std::string_view> RecordsInOrderOfTime(std::string_view file);
 
 // --- one record --------------------------------------------------------------------------------------
 
@@ -41,6 +34,10 @@ struct LogFields {
 };
 // Empty fields for what isn't there.
 LogFields FieldsOf(std::string_view record);
+
+// Whether a record is older than another one, as far as times without a date tell; threads may write a tenth
+// of a second out of order. False without two times.
+bool IsBefore(std::string_view record, std::string_view other);
 
 // Drops what is before `time` ("HH:MM:SS"), as it came last: the log has no dates. In a log that ends
 // before that time of day, the time of the day before is meant.

@@ -9,6 +9,9 @@
 // throws Failure with the monitor's error word.
 namespace farlink {
 
+// The command channel is the number plus 2, so the last two numbers serve no port.
+inline constexpr int kLastPortNumber = 65533;
+
 struct PortSettings {
     WideString name;    // at most 65 UTF-16 units
     WideString server;  // at most 48

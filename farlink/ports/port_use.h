@@ -9,15 +9,6 @@
 // not answer.
 namespace farlink {
 
-struct Reach {
-    const char* word;  // for programs: yes, no, busy
-    std::string text;
-};
-
-// Whether the port's print server answers, tried without a byte of a document.
-Reach TryPort(const PortSettings& port);
-extern const char* const kTryHelp;  // how that is done, for --help
-
 struct WaitingJob {
     DWORD id;
     std::string state;

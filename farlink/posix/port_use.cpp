@@ -4,15 +4,10 @@
 
 #include "farlink/failure.h"
 #include "farlink/job_following.h"
-#include "farlink/ports/port_failure.h"
 #include "farlink/ports/spooler_lists.h"
 #include "spooler/spooler.h"
 
 namespace farlink {
-
-const char* const kTryHelp =
-    "To try the print server, both connections are opened as for a document, and closed without\n"
-    "a byte of one.";
 
 namespace {
 
@@ -29,15 +24,6 @@ std::vector<JobEntry> JobsOn(const WideString& port, const PrinterHandle& server
 }
 
 }  // namespace
-
-Reach TryPort(const PortSettings& port)
-{
-    if (CheckPort(port.name.c_str()))
-        return {"yes", "yes: both connections were opened, and closed again"};
-    if (GetLastError() == ERROR_BUSY)
-        return {"busy", "not tried: a document or a query is at work on the port"};
-    return {"no", std::string("no: ") + PortFailure(port.name).what()};
-}
 
 std::vector<WaitingJob> WaitingJobsOn(const WideString& port)
 {

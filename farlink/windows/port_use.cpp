@@ -2,17 +2,10 @@
 
 #include "farlink/failure.h"
 #include "farlink/windows/printer_ports.h"
-#include "printserver/tcp.h"
 
 namespace farlink {
 
-const char* const kTryHelp =
-    "To try the print server, its command channel is connected to from this process, and let go\n"
-    "without a byte.";
-
 namespace {
-
-constexpr printserver::Milliseconds kConnectWait{5000};
 
 struct StateWord {
     DWORD bit;
@@ -40,16 +33,6 @@ std::vector<PrinterEntry> PrintersOn(const WideString& port)
 }
 
 }  // namespace
-
-// The data channel is left alone: at some print servers a connection to it takes a place in the queue.
-Reach TryPort(const PortSettings& port)
-{
-    const auto number = static_cast<std::uint16_t>(port.number + 2);
-    const std::string place = ToUtf8(port.server) + ", TCP port " + std::to_string(number);
-    if (printserver::ConnectTo(ToUtf8(port.server), number, kConnectWait))
-        return {"yes", "yes: " + place + " takes connections from here"};
-    return {"no", "no: " + place + " takes no connection from here"};
-}
 
 std::vector<WaitingJob> WaitingJobsOn(const WideString& port)
 {

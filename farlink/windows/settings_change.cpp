@@ -1,0 +1,13 @@
+#include "farlink/ports/settings_change.h"
+
+namespace farlink {
+
+SettingsChange::SettingsChange() = default;
+SettingsChange::~SettingsChange() = default;
+
+void SettingsChange::Commit()
+{
+    open = false;
+}
+
+}  // namespace farlink
