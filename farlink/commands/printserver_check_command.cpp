@@ -1,5 +1,6 @@
 #include "farlink/commands/printserver_check_command.h"
 
+#include <array>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -116,24 +117,22 @@ void Tell(const Run& run, const Finding& finding)
     PrintLine("    page:     \"" + finding.page + "\"");
 }
 
-void Check(Run& run, const CheckedServer& server)
+// A connection that ends without a byte is what status checks make of a server too.
+void RequireServer(const printserver::check::Target& target)
 {
-    const std::vector<const Point*> points = printserver::check::PointsNamed(server.only);
-    if (server.list) {
-        List(run, points);
-        return;
-    }
-    const printserver::check::CheckOptions options = CheckOptionsOf(server);
-    const int cards = CardsOf(points);
-    AskToPrint(server, cards);
-    int counts[4] = {};
-    for (const Point* point : points) {
-        const Finding finding = printserver::check::RunPoint(*point, options);
-        ++counts[static_cast<int>(finding.verdict)];
-        Tell(run, finding);
-    }
-    const auto count = [&counts](Verdict verdict) { return counts[static_cast<int>(verdict)]; };
-    const int bad = count(Verdict::Wrong) + count(Verdict::NotReached);
+    for (const int port : {int{target.port}, target.port + 2})
+        if (!printserver::ConnectTo(target.host, static_cast<std::uint16_t>(port),
+                                    printserver::Milliseconds(5000)))
+            throw Failure("Nothing listens on " + target.host + " port " + std::to_string(port) +
+                          "; a print server has both its data port and the one 2 above");
+}
+
+// By Verdict.
+using Counts = std::array<int, 4>;
+
+void TellSummary(const Run& run, const Counts& counts, bool isRight, int cards)
+{
+    const auto count = [&counts](Verdict verdict) { return counts[static_cast<std::size_t>(verdict)]; };
     if (run.json)
         PrintJsonLine({{"right", count(Verdict::Right)},
                        {"wrong", count(Verdict::Wrong)},
@@ -144,8 +143,30 @@ void Check(Run& run, const CheckedServer& server)
         PrintLine(std::to_string(count(Verdict::Right)) + " right, " + std::to_string(count(Verdict::Wrong)) +
                   " wrong, " + std::to_string(count(Verdict::NotReached)) + " not reached, " +
                   std::to_string(count(Verdict::NotSeen)) + " not seen. Count the cards: " +
-                  (bad == 0 ? "" : "at most ") + CardsText(cards) + " should have come out.");
-    if (bad > 0)
+                  (isRight ? "" : "at most ") + CardsText(cards) + " should have come out.");
+}
+
+void Check(Run& run, const CheckedServer& server)
+{
+    const std::vector<const Point*> points = printserver::check::PointsNamed(server.only);
+    if (server.list) {
+        List(run, points);
+        return;
+    }
+    const printserver::check::CheckOptions options = CheckOptionsOf(server);
+    const int cards = CardsOf(points);
+    RequireServer(options.target);
+    AskToPrint(server, cards);
+    Counts counts{};
+    for (const Point* point : points) {
+        const Finding finding = printserver::check::RunPoint(*point, options);
+        ++counts[static_cast<std::size_t>(finding.verdict)];
+        Tell(run, finding);
+    }
+    const bool isRight = counts[static_cast<std::size_t>(Verdict::Wrong)] == 0 &&
+                         counts[static_cast<std::size_t>(Verdict::NotReached)] == 0;
+    TellSummary(run, counts, isRight, cards);
+    if (!isRight)
         run.status = ExitStatus::Failed;
 }
 

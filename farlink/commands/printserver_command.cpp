@@ -148,6 +148,61 @@ void AddSeconds(CLI::App& command, const char* name, double& value, const char* 
         ->type_name("S");
 }
 
+void AddPlace(CLI::App& server, ServerOptions& options)
+{
+    CLI::Option* listen = server
+                              .add_option("--listen", options.port,
+                                          "TCP port of the data channel, 0 for any; commands come in 2 above")
+                              ->check(CLI::Range(0, 65533))
+                              ->type_name("PORT");
+    // Together, and not required: the subcommand has no use for them.
+    CLI::Option* out =
+        server.add_option("--out", options.folder, "Folder for the documents; made if it is missing")
+            ->needs(listen)
+            ->type_name("DIR");
+    listen->needs(out);
+    server.add_option("--address", options.address, "Address to listen on")
+        ->capture_default_str()
+        ->type_name("ADDRESS");
+    server
+        .add_option("--documents", options.documents, "End when so many documents are through; 0 for never")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1000000))
+        ->type_name("N");
+}
+
+// What becomes of each document.
+void AddCourse(CLI::App& server, ServerOptions& options)
+{
+    server
+        .add_option("--version", options.version, "Protocol version to speak; none: firmware that can't tell")
+        ->capture_default_str()
+        ->type_name("VERSION");
+    server.add_option("--queue", options.queue, "Position at which each job enters the queue")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 32767))
+        ->type_name("N");
+    AddSeconds(server, "--seconds", options.seconds, "Time at each position of the queue");
+    AddSeconds(server, "--card-wait", options.cardWait, "Time that a whole document waits for a card");
+    AddSeconds(server, "--printing", options.printing, "Time that the card takes");
+    server
+        .add_option("--end", options.end,
+                    "What becomes of each job; a spooler counts finished and failed alike as through, "
+                    "deletes a cancelled one, and gives up one that never ends")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"finished", "failed", "cancelled", "never"}))
+        ->type_name("WHAT");
+    server
+        .add_option("--rate", options.rate, "Read so many bytes a second of each document; 0 for all speed")
+        ->capture_default_str()
+        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
+        ->type_name("BYTES");
+    server.add_option("--fault", options.faults, "Go wrong there, see below; any number of times")
+        ->check(AsFault)
+        ->type_name("STEP:KIND")
+        ->allow_extra_args(false);
+}
+
 }  // namespace
 
 void AddPrintServerCommand(CLI::App& farlink, Run& run)
@@ -157,54 +212,8 @@ void AddPrintServerCommand(CLI::App& farlink, Run& run)
         farlink.add_subcommand("printserver", "Be a print server without a printer: documents become files");
     AddPrintServerCheckCommand(*server, run);
     AddJsonFlag(*server, run);
-    CLI::Option* listen =
-        server
-            ->add_option("--listen", options->port,
-                         "TCP port of the data channel, 0 for any; commands come in 2 above")
-            ->check(CLI::Range(0, 65533))
-            ->type_name("PORT");
-    // Together, and not required: the subcommand has no use for them.
-    CLI::Option* out =
-        server->add_option("--out", options->folder, "Folder for the documents; made if it is missing")
-            ->needs(listen)
-            ->type_name("DIR");
-    listen->needs(out);
-    server->add_option("--address", options->address, "Address to listen on")
-        ->capture_default_str()
-        ->type_name("ADDRESS");
-    server
-        ->add_option("--version", options->version,
-                     "Protocol version to speak; none: firmware that can't tell")
-        ->capture_default_str()
-        ->type_name("VERSION");
-    server->add_option("--queue", options->queue, "Position at which each job enters the queue")
-        ->capture_default_str()
-        ->check(CLI::Range(0, 32767))
-        ->type_name("N");
-    AddSeconds(*server, "--seconds", options->seconds, "Time at each position of the queue");
-    AddSeconds(*server, "--card-wait", options->cardWait, "Time that a whole document waits for a card");
-    AddSeconds(*server, "--printing", options->printing, "Time that the card takes");
-    server
-        ->add_option("--end", options->end,
-                     "What becomes of each job; a spooler counts finished and failed alike as through, "
-                     "deletes a cancelled one, and gives up one that never ends")
-        ->capture_default_str()
-        ->check(CLI::IsMember({"finished", "failed", "cancelled", "never"}))
-        ->type_name("WHAT");
-    server
-        ->add_option("--documents", options->documents, "End when so many documents are through; 0 for never")
-        ->capture_default_str()
-        ->check(CLI::Range(0, 1000000))
-        ->type_name("N");
-    server
-        ->add_option("--rate", options->rate, "Read so many bytes a second of each document; 0 for all speed")
-        ->capture_default_str()
-        ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
-        ->type_name("BYTES");
-    server->add_option("--fault", options->faults, "Go wrong there, see below; any number of times")
-        ->check(AsFault)
-        ->type_name("STEP:KIND")
-        ->allow_extra_args(false);
+    AddPlace(*server, *options);
+    AddCourse(*server, *options);
     AddExamples(*server,
                 "farlink printserver --listen 9100 --out cards\n"
                 "farlink printserver --listen 9100 --out cards --queue 3 --seconds 2 --printing 10\n"

@@ -54,7 +54,10 @@ Finding RunPoint(const Point& point, const CheckOptions& options)
     } catch (const OpeningMismatch& mismatch) {
         if (std::string_view(mismatch.point) == point.name)
             return found(Verdict::Wrong, mismatch);
-        return {&point, Verdict::NotReached, "", std::string("see ") + mismatch.point, ""};
+        return {&point, Verdict::NotReached, "",
+                std::string("see ") + mismatch.point + ", which expects " + mismatch.expected + " and gets " +
+                    mismatch.what(),
+                ""};
     } catch (const Mismatch& mismatch) {
         return found(Verdict::Wrong, mismatch);
     } catch (const NotSeen& reason) {
