@@ -1,7 +1,7 @@
 #include "admin/record_io.h"
 #include "admin/xcv_handler.h"
 #include "diagnostics/module_file.h"
-#include "monitor/display_names.h"
+#include "ports/display_names.h"
 
 namespace {
 

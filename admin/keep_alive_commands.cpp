@@ -2,8 +2,8 @@
 #include "admin/registry_agent.h"
 #include "admin/revert_to_printer_self.h"
 #include "admin/xcv_handler.h"
-#include "monitor/ini_port.h"
-#include "monitor/port_monitor.h"
+#include "ports/ini_port.h"
+#include "ports/port_table.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "admin/record_io.h"
 #include "admin/xcv_handler.h"
-#include "monitor/display_names.h"
-#include "monitor/port_monitor.h"
+#include "ports/display_names.h"
+#include "ports/port_table.h"
 
 namespace {
 

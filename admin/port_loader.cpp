@@ -1,7 +1,7 @@
 #include "admin/port_loader.h"
 
-#include "monitor/ini_port.h"
-#include "monitor/port_monitor.h"
+#include "ports/ini_port.h"
+#include "ports/port_table.h"
 
 namespace {
 

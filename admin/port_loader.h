@@ -6,7 +6,7 @@
 // word and left as it is: one bad entry never costs the others.
 class loadPortFromRegistryCallback final : public krelMonRegistryAgentSubkeyIterationCallBack {
 public:
-    loadPortFromRegistryCallback(krelMonRegistryAgent& registryAgent, krelPortMonitor& owner)
+    loadPortFromRegistryCallback(krelMonRegistryAgent& registryAgent, krelPortTable& owner)
         : agent(registryAgent), monitor(owner)
     {
     }
@@ -19,6 +19,6 @@ private:
     void ReadKeepAlive(const krelMonRegistryKey& portKey, krelIniPort& port);
 
     krelMonRegistryAgent& agent;
-    krelPortMonitor& monitor;
+    krelPortTable& monitor;
     const LONG status = 0;
 };

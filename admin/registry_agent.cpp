@@ -1,10 +1,10 @@
 #include "admin/registry_agent.h"
 
 #include "admin/port_loader.h"
-#include "monitor/ini_port.h"
-#include "monitor/port_monitor.h"
+#include "ports/ini_port.h"
+#include "ports/port_table.h"
 
-krelMonRegistryAgent::krelMonRegistryAgent(krelPortMonitor& owner)
+krelMonRegistryAgent::krelMonRegistryAgent(krelPortTable& owner)
     : root(reinterpret_cast<HKEYMONITOR>(owner.monitorInit.hckRegistryRoot), nullptr, nullptr),
       monitor(owner),
       spoolerHandle(owner.monitorInit.hSpooler),

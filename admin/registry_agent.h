@@ -7,7 +7,7 @@
 
 class krelIniPort;
 class krelMonRegistryAgent;
-class krelPortMonitor;
+class krelPortTable;
 
 // Called for each subkey of a key.
 class krelMonRegistryAgentSubkeyIterationCallBack {
@@ -27,7 +27,7 @@ protected:
 // after the port, with "Print Server", "Port Number" and perhaps the two keep-alive values.
 class krelMonRegistryAgent {
 public:
-    explicit krelMonRegistryAgent(krelPortMonitor& owner);
+    explicit krelMonRegistryAgent(krelPortTable& owner);
     krelMonRegistryAgent(const krelMonRegistryAgent&) = delete;
     krelMonRegistryAgent& operator=(const krelMonRegistryAgent&) = delete;
 
@@ -65,7 +65,7 @@ private:
     bool SetDword(const krelMonRegistryKey& key, LPCWSTR name, DWORD value);
 
     const krelMonRegistryKey root;  // the spooler's: never closed here
-    krelPortMonitor& monitor;
+    krelPortTable& monitor;
     const HANDLE& spoolerHandle;
     const MONITORREG callbacks;
 };

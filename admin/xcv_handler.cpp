@@ -22,8 +22,7 @@ const krelPortMonitorXcvHandler::Command krelPortMonitorXcvHandler::commands[] =
      &krelPortMonitorXcvHandler::xcvGetDefaultKeepAliveValues},
 };
 
-krelPortMonitorXcvHandler::krelPortMonitorXcvHandler(krelPortMonitor& owner, LPCWSTR object,
-                                                     ACCESS_MASK access)
+krelPortMonitorXcvHandler::krelPortMonitorXcvHandler(krelPortTable& owner, LPCWSTR object, ACCESS_MASK access)
     : portName{}, monitor(owner), grantedAccess(access)
 {
     if (object != nullptr)

@@ -4,7 +4,7 @@
 #include "platform/platform.h"
 
 class krelIniPort;
-class krelPortMonitor;
+class krelPortTable;
 
 // What one command came with. Any of the pointers may be null.
 struct krelXcvBuffers {
@@ -22,7 +22,7 @@ struct krelXcvBuffers {
 class krelPortMonitorXcvHandler {
 public:
     // A null `object` is the empty name; a longer name than 66 characters is cut there.
-    krelPortMonitorXcvHandler(krelPortMonitor& owner, LPCWSTR object, ACCESS_MASK access);
+    krelPortMonitorXcvHandler(krelPortTable& owner, LPCWSTR object, ACCESS_MASK access);
 
     DWORD XcvDataPort(LPCWSTR pszDataName, const krelXcvBuffers& buffers);
     // The session's last line in the log; the entry function frees the object afterwards, if there is one.
@@ -62,6 +62,6 @@ private:
     bool IsOpenOnMonitor() const;
 
     WCHAR portName[67];
-    krelPortMonitor& monitor;
+    krelPortTable& monitor;
     const ACCESS_MASK grantedAccess;
 };

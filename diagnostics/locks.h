@@ -43,6 +43,21 @@ private:
     CLock& lock;
 };
 
+// Leaves a lock that the caller holds, and takes it again at its end.
+class THREAD_ANNOTATION(scoped_lockable) CUnlockScope {
+public:
+    explicit CUnlockScope(CLock& left) THREAD_ANNOTATION(release_capability(left)) : lock(left)
+    {
+        lock.Leave();
+    }
+    ~CUnlockScope() THREAD_ANNOTATION(release_capability()) { lock.Enter(); }
+    CUnlockScope(const CUnlockScope&) = delete;
+    CUnlockScope& operator=(const CUnlockScope&) = delete;
+
+private:
+    CLock& lock;
+};
+
 // Takes the lock only if that needs no waiting.
 class CTryLockScope {
 public:

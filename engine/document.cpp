@@ -1,23 +1,17 @@
-// The start and the end of a document on a port.
+// A document's start and end.
+
+#include "engine/document.h"
 
 #include "diagnostics/function_trace.h"
 #include "engine/job_record.h"
 #include "link/command_channel.h"
 #include "link/data_channel.h"
-#include "monitor/ini_port.h"
 
 namespace {
 
-constexpr int kLockTries = 5;
-constexpr DWORD kLockPauseMs = 1000;
 constexpr int kFinalStateLooks = 30;
 constexpr DWORD kFinalStatePauseMs = 1000;
 constexpr LONG kNoNotification = -1;
-
-bool IsChannelMode(DWORD level, const BYTE* docInfo)
-{
-    return level == 2 && docInfo && reinterpret_cast<const DOC_INFO_2W*>(docInfo)->dwMode == DI_CHANNEL;
-}
 
 // The states in which the print server is through with a job.
 bool IsFinal(LONG boundJobState)
@@ -36,242 +30,230 @@ CPrinterHandle::~CPrinterHandle()
     SetLastError(lastError);
 }
 
-std::shared_ptr<CCommandChannel> krelIniPort::CommandChannel() const
+CDocument::CDocument(CDocumentOwner& port, DWORD job, bool channelMode)
+    : jobId(job), inChannelMode(channelMode), owner(port)
 {
-    CLockScope state(stateSection);
-    return commandChannel;
 }
 
-std::shared_ptr<CDataChannel> krelIniPort::DataChannel() const
+CDocument::CDocument(CDocumentOwner& port) : jobId(0), inChannelMode(false), owner(port), state(State::Ended)
 {
-    CLockScope state(stateSection);
-    return dataChannel;
 }
 
-krelIniPort::ChannelsInUse krelIniPort::Channels() const
+bool CDocument::HoldsPort() const
 {
-    CLockScope state(stateSection);
-    return deleted ? ChannelsInUse{} : ChannelsInUse{dataChannel, commandChannel};
+    return !inChannelMode && !IsStill(State::Ended);
 }
 
-bool krelIniPort::IsInChannelMode() const
+bool CDocument::IsOver() const
 {
-    CLockScope state(stateSection);
-    return channelMode;
+    CLockScope held(lock);
+    return state >= State::Ending;
 }
 
-bool krelIniPort::startDocPort(LPCWSTR pPrinterName, DWORD JobId, DWORD Level, const BYTE* pDocInfo)
+bool CDocument::IsStill(State expected) const
 {
-    CFunctionTrace trace("krelIniPort::startDocPort", "printer=%S, jobId=%i, level=%i",
-                         pPrinterName ? pPrinterName : TEXT("NULL"), JobId, Level);
-    Cleanup();
-    if (IsDeleted()) {
-        trace.Fail("The port has been deleted.");
-        return false;
-    }
-    const bool inChannelMode = IsChannelMode(Level, pDocInfo);
-    if (!inChannelMode && !LockPortForPrinting()) {
-        trace.Fail("Unable to get exclusive access to the port for printing.");
-        return false;
-    }
-    const DWORD document = BeginDocument(JobId, inChannelMode);
-    if (!OpenDocumentPrinter(pPrinterName)) {
-        Cleanup();
-        trace.Fail("Failed to OpenPrinter().");
-        return false;
-    }
-    if (!inChannelMode && !SetupCommunicationChannels(true, document)) {
-        trace.Fail("Failed to setup communication channels.");
-        return false;
-    }
-    return true;
+    CLockScope held(lock);
+    return state == expected;
 }
 
-// Who holds the mark needs `section` to clear it, so it is not held through the pause.
-bool krelIniPort::LockPortForPrinting()
+// A deletion and whatever ends the document end the wait for the card.
+bool CDocument::MayWait() const
 {
-    CFunctionTrace trace("krelIniPort::LockPortForPrinting");
-    for (int tries = 0; tries < kLockTries && !IsDeleted(); ++tries) {
-        {
-            CLockScope busy(section);
-            if (!lockedForPrinting) {
-                lockedForPrinting = true;
-                ++marksTaken;
-                return true;
-            }
-        }
-        Sleep(kLockPauseMs);
-    }
-    trace.Fail("Failed to gain exclusive access to the port for printing.");
+    CLockScope held(lock);
+    return state == State::Finishing && !abandoned;
+}
+
+bool CDocument::IsAbandoned() const
+{
+    CLockScope held(lock);
+    return abandoned;
+}
+
+CDocument::Channels CDocument::ChannelsInUse() const
+{
+    CLockScope held(lock);
+    return abandoned ? Channels{} : Channels{dataChannel, commandChannel};
+}
+
+bool CDocument::OpenPrinter(LPCWSTR printerName)
+try {
+    if (TakePrinter(printerName))
+        return true;
+    End();
     return false;
+} catch (...) {
+    End();
+    throw;
 }
 
-// Gives the document's number.
-DWORD krelIniPort::BeginDocument(DWORD newJobId, bool inChannelMode)
-{
-    CLockScope state(stateSection);
-    channelMode = inChannelMode;
-    jobId = newJobId;
-    jobInError = false;
-    return documentNumber;
-}
-
-// A job with the number of the last one that failed is its second run. Any other job ends the memory of
-// that failure; a job without a number says nothing about it.
-bool krelIniPort::OpenDocumentPrinter(LPCWSTR printerName)
+// A handle that comes too late goes back at once.
+bool CDocument::TakePrinter(LPCWSTR printerName)
 {
     auto opened = std::make_shared<CPrinterHandle>();
     if (!OpenPrinterW(const_cast<LPWSTR>(printerName), &opened->handle, nullptr)) {
         opened->handle = nullptr;
         return false;
     }
-    CLockScope state(stateSection);
-    opened.swap(printer);
-    jobIsRestarted = jobId != 0 && jobId == restartedJobId;
-    if (jobId != 0 && !jobIsRestarted)
-        restartedJobId = 0;
+    {
+        CLockScope held(lock);
+        if (state != State::Open)
+            return false;
+        printer = std::move(opened);
+    }
+    const bool isSecondRun = owner.IsSecondRun(jobId);
+    CLockScope held(lock);
+    jobIsRestarted = isSecondRun;
     return true;
 }
 
-bool krelIniPort::endDocPort()
-{
+void CDocument::Finish()
+try {
     CFunctionTrace trace("krelIniPort::endDocPort");
-    if (const std::shared_ptr<CDataChannel> data = DataChannel())
-        data->Close();
-    if (IsInChannelMode()) {
-        const krelJobReference job = Job();
-        (void)SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
-        Cleanup();
-        return true;
+    const State found = BeginFinishing();
+    if (found == State::Finishing)
+        return;  // another call is at it
+    bool gaveUp = false;
+    if (found == State::Open) {
+        CloseDataChannel();
+        if (inChannelMode) {
+            (void)SetJobW(HandleOf(Printer()), jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+            End();
+            return;
+        }
+        gaveUp = !TellSpooler(trace);
     }
-    bool inError;
-    std::shared_ptr<CCommandChannel> command;
-    {
-        CLockScope state(stateSection);
-        inError = jobInError;
-        command = commandChannel;
-    }
-    const bool gaveUp = !inError && command && !AwaitFinalState(*command, trace);
-    command.reset();
     ReportJobStatus(trace);
-    Cleanup();
+    End();
     if (gaveUp)
         SetLastError(ERROR_GEN_FAILURE);  // what came after must not hide it from the spooler
-    return true;
+} catch (...) {
+    End();  // a later call must not find half a document
+    throw;
 }
 
-// Waits until the print server is through with the job and tells the spooler what became of it. False
-// when the job was given up. Without any notification there is nothing to tell.
-bool krelIniPort::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
+// Gives the state before.
+CDocument::State CDocument::BeginFinishing()
 {
-    for (int look = 0; look < kFinalStateLooks && !IsDeleted(); ++look) {
+    CLockScope held(lock);
+    const State found = state;
+    if (state == State::Open)
+        state = State::Finishing;
+    return found;
+}
+
+void CDocument::CloseDataChannel()
+{
+    std::shared_ptr<CDataChannel> data;
+    {
+        CLockScope held(lock);
+        data = dataChannel;
+    }
+    if (data)
+        data->CloseWhole();
+}
+
+// False when the job was given up.
+bool CDocument::TellSpooler(CFunctionTrace& trace)
+{
+    std::shared_ptr<CCommandChannel> command;
+    {
+        CLockScope held(lock);
+        if (!jobInError)
+            command = commandChannel;
+    }
+    return !command || AwaitFinalState(*command, trace);
+}
+
+// Waits until the print server is through with the job. False when the job was given up. Without any
+// notification there is nothing to tell, and a document that was ended meanwhile has nobody to tell it for.
+bool CDocument::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
+{
+    for (int look = 0; look < kFinalStateLooks && MayWait(); ++look) {
         if (IsFinal(channel.GetLPQInfo().boundJobState))
             break;
         Sleep(kFinalStatePauseMs);
     }
     const LONG boundJobState = channel.GetLPQInfo().boundJobState;
-    if (boundJobState == kNoNotification)
+    if (boundJobState == kNoNotification || !IsStill(State::Finishing))
         return true;
     if (IsFinal(boundJobState)) {
         MarkAsSent(trace);
         return true;
     }
-    HandleErrorInPrintJob();
+    HandleErrorInPrintJob(State::Finishing);
     return false;
 }
 
 // The spooler keeps a job that it was asked to restart; the second run has to remove it.
-void krelIniPort::MarkAsSent(CFunctionTrace& trace)
+void CDocument::MarkAsSent(CFunctionTrace& trace)
 {
-    const krelJobReference job = Job();
-    if (!SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER)) {
+    const std::shared_ptr<CPrinterHandle> used = Printer();
+    if (!SetJobW(HandleOf(used), jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER)) {
         trace.Log(krelpmEventWarning,
                   "Call to SetJob() failed - unable to mark print job as sent to printer.");
         return;
     }
     bool isRestarted;
     {
-        CLockScope state(stateSection);
+        CLockScope held(lock);
         isRestarted = jobIsRestarted;
     }
     if (isRestarted)
-        (void)SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, JOB_CONTROL_DELETE);
+        (void)SetJobW(HandleOf(used), jobId, 0, nullptr, JOB_CONTROL_DELETE);
 }
 
-void krelIniPort::ReportJobStatus(CFunctionTrace& trace)
+void CDocument::ReportJobStatus(CFunctionTrace& trace)
 {
-    const krelJobReference job = Job();
+    const std::shared_ptr<CPrinterHandle> used = Printer();
     CJobRecord record;
-    if (record.Read(job.PrinterHandle(), job.jobId))
+    if (record.Read(HandleOf(used), jobId))
         trace.Log(krelpmEventInfo, "Job status in EndDocPort: 0x%X.", record.Status());
     else
         trace.Log(krelpmEventWarning, "Call to GetJob() failed - unable to read job status.");
 }
 
-void krelIniPort::Cleanup()
-{
-    DWORD document;
-    {
-        CLockScope state(stateSection);
-        document = documentNumber;
-    }
-    CleanUpDocument(document);
-}
-
-// Leaves alone what another document has on the port by now: the wait for the worker may be long.
-void krelIniPort::CleanUpDocument(DWORD document)
+void CDocument::End()
 {
     CFunctionTrace trace("krelIniPort::Cleanup");
-    DWORD mark;
+    Channels dropped;
     {
-        CLockScope busy(section);
-        mark = marksTaken;
+        CLockScope held(lock);
+        if (state >= State::Ending)
+            return;
+        state = State::Ending;
+        dropped = {std::move(dataChannel), std::move(commandChannel)};
     }
-    const DWORD idle = document + 1;
-    if (!DropChannels(document, idle))
-        return;
+    ShutDown(std::move(dropped));
     std::shared_ptr<CPrinterHandle> closing;
     {
-        CLockScope state(stateSection);
-        if (documentNumber == idle)
-            closing.swap(printer);
+        CLockScope held(lock);
+        closing.swap(printer);
     }
     closing.reset();
-    {
-        CLockScope busy(section);
-        if (marksTaken == mark)
-            lockedForPrinting = false;
-    }
-    CLockScope state(stateSection);
-    if (documentNumber == idle)
-        channelMode = false;
+    CLockScope held(lock);
+    state = State::Ended;
 }
 
-// Takes the channels out of the port, which goes on under the number `nextDocument`, and ends them. False
-// when the document is over already.
-bool krelIniPort::DropChannels(DWORD document, DWORD nextDocument)
+void CDocument::Abandon()
 {
-    std::shared_ptr<CCommandChannel> command;
-    std::shared_ptr<CDataChannel> data;
+    Channels woken;
     {
-        CLockScope state(stateSection);
-        if (documentNumber != document)
-            return false;
-        documentNumber = nextDocument;
-        command.swap(commandChannel);
-        data.swap(dataChannel);
+        CLockScope held(lock);
+        abandoned = true;
+        woken = {dataChannel, commandChannel};
     }
-    ShutDown(std::move(command), data);
-    return true;
+    if (woken.data)
+        woken.data->Abandon();
+    if (woken.command)
+        woken.command->Abandon();
 }
 
 // The command channel goes first: its worker uses the data channel and the printer.
-void krelIniPort::ShutDown(std::shared_ptr<CCommandChannel> command,
-                           const std::shared_ptr<CDataChannel>& data)
+void CDocument::ShutDown(Channels dropped)
 {
-    if (command)
-        command->Shutdown();
-    command.reset();
-    if (data)
-        data->Abandon();  // for a call that is still inside it
+    if (dropped.command)
+        dropped.command->Shutdown();
+    dropped.command.reset();
+    if (dropped.data)
+        dropped.data->Abandon();  // for a call that is still inside it
 }

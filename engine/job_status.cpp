@@ -1,12 +1,12 @@
-// What a port tells the spooler about a job that didn't go well.
+// What a document tells the spooler about a job that didn't go well.
 
 #include <algorithm>
 #include <cstring>
 #include <new>
 
 #include "diagnostics/function_trace.h"
+#include "engine/document.h"
 #include "engine/job_record.h"
-#include "monitor/ini_port.h"
 
 bool CJobRecord::Read(HANDLE printer, DWORD jobId)
 {
@@ -31,21 +31,34 @@ DWORD CJobRecord::Status() const
     return status;
 }
 
-krelJobReference krelIniPort::Job() const
+std::shared_ptr<CPrinterHandle> CDocument::Printer() const
 {
-    CLockScope state(stateSection);
-    return {printer, jobId};
+    CLockScope held(lock);
+    return printer;
 }
 
 namespace {
 
+// One call more inside the port.
+class CCallScope {
+public:
+    explicit CCallScope(CDocumentOwner& entered) : port(entered) { port.CallBegins(); }
+    ~CCallScope() { port.CallEnds(); }
+    CCallScope(const CCallScope&) = delete;
+    CCallScope& operator=(const CCallScope&) = delete;
+
+private:
+    CDocumentOwner& port;
+};
+
 // Sends the command and reads the job again, for the log. The texts are the operation's own.
-void ControlJob(const krelJobReference& job, CJobRecord& record, DWORD command, const char* refused,
+void ControlJob(HANDLE printer, DWORD jobId, CJobRecord& record, DWORD command, const char* refused,
                 const char* statusAfter, CFunctionTrace& trace)
 {
-    if (!SetJobW(job.PrinterHandle(), job.jobId, 0, nullptr, command))
+    trace.Log(krelpmEventInfo, "Job status when first entering: 0x%X.", record.Status());
+    if (!SetJobW(printer, jobId, 0, nullptr, command))
         trace.Log(krelpmEventWarning, refused);
-    if (record.ReadAgain(job.PrinterHandle(), job.jobId))
+    if (record.ReadAgain(printer, jobId))
         trace.Log(krelpmEventInfo, statusAfter, record.Status());
     else
         trace.Log(krelpmEventWarning, "Call to GetJob() failed");
@@ -53,44 +66,53 @@ void ControlJob(const krelJobReference& job, CJobRecord& record, DWORD command, 
 
 }  // namespace
 
-// Leaves ERROR_GEN_FAILURE as the thread's last error, whatever becomes of the job.
-void krelIniPort::HandleErrorInPrintJob()
+// For a call that failed in the given state. A document that has moved on took the connection away from it
+// itself, and its job is left alone. The thread's last error is ERROR_GEN_FAILURE in any case.
+void CDocument::HandleErrorInPrintJob(State during)
 {
     CFunctionTrace trace("krelIniPort::HandleErrorInPrintJob");
-    {
-        CLockScope state(stateSection);
-        jobInError = true;
-    }
-    const krelJobReference job = Job();
-    CJobRecord record;
-    if (!record.Read(job.PrinterHandle(), job.jobId)) {
-        trace.Log(krelpmEventWarning,
-                  "Call to getJob() failed - unable to mark print job as being in error state.");
-    } else if (!record.IsGoing()) {
-        trace.Log(krelpmEventInfo, "Job status when first entering: 0x%X.", record.Status());
-        if (job.jobId != 0) {
-            CLockScope state(stateSection);
-            restartedJobId = job.jobId;
-        }
-        ControlJob(job, record, JOB_CONTROL_RESTART, "Call to SetJob() failed - unable to restart.",
-                   "Job status after restarting job 0x%X.", trace);
-    }
+    if (MarkInError(during))
+        RestartJob(trace);
     SetLastError(ERROR_GEN_FAILURE);
 }
 
-void krelIniPort::CancelCurrentPrintJob()
+bool CDocument::MarkInError(State during)
+{
+    CLockScope held(lock);
+    if (state != during)
+        return false;
+    jobInError = true;
+    return true;
+}
+
+void CDocument::RestartJob(CFunctionTrace& trace)
+{
+    const std::shared_ptr<CPrinterHandle> used = Printer();
+    CJobRecord record;
+    if (!record.Read(HandleOf(used), jobId)) {
+        trace.Log(krelpmEventWarning,
+                  "Call to getJob() failed - unable to mark print job as being in error state.");
+    } else if (!record.IsGoing()) {
+        if (jobId != 0)
+            owner.RememberRestart(jobId);
+        ControlJob(HandleOf(used), jobId, record, JOB_CONTROL_RESTART,
+                   "Call to SetJob() failed - unable to restart.", "Job status after restarting job 0x%X.",
+                   trace);
+    }
+}
+
+void CDocument::CancelCurrentPrintJob()
 {
     CFunctionTrace trace("krelIniPort::CancelCurrentPrintJob");
-    const krelPortCall inside(this);
-    if (IsDeleted())
+    const CCallScope inside(owner);
+    if (IsAbandoned())
         return;
-    const krelJobReference job = Job();
+    const std::shared_ptr<CPrinterHandle> used = Printer();
     CJobRecord record;
-    if (!record.Read(job.PrinterHandle(), job.jobId)) {
+    if (!record.Read(HandleOf(used), jobId))
         trace.Log(krelpmEventWarning, "Call to getJob() failed - unable to cancel print job.");
-    } else if (!record.IsGoing()) {
-        trace.Log(krelpmEventInfo, "Job status when first entering: 0x%X.", record.Status());
-        ControlJob(job, record, JOB_CONTROL_DELETE, "Call to SetJob() failed - unable to cancel.",
-                   "Job status after cancelling job 0x%X.", trace);
-    }
+    else if (!record.IsGoing())
+        ControlJob(HandleOf(used), jobId, record, JOB_CONTROL_DELETE,
+                   "Call to SetJob() failed - unable to cancel.", "Job status after cancelling job 0x%X.",
+                   trace);
 }

@@ -1,21 +1,31 @@
 // Printer data queries of the spooler.
 
 #include "diagnostics/function_trace.h"
+#include "engine/document.h"
 #include "link/command_channel.h"
-#include "monitor/ini_port.h"
 
-bool krelIniPort::getPrinterDataFromPort(DWORD ControlID, LPCWSTR, const void* lpInBuffer, DWORD cbInBuffer,
-                                         void* lpOutBuffer, DWORD cbOutBuffer, DWORD* lpcbReturned)
+bool CDocument::Query(DWORD controlId, const void* input, DWORD inputSize, void* output, DWORD outputSize,
+                      DWORD* returned)
 {
     CFunctionTrace trace("krelIniPort::getPrinterDataFromPort");
-    if (ControlID == 0) {
+    if (controlId == 0) {
         trace.Fail("GetPrinterDataFromPort() should not be called with ControlID == 0.");
         return false;
     }
-    if (!OpenCommandChannelOnce(trace))
-        return false;
-    const std::shared_ptr<CCommandChannel> command = CommandChannel();
-    if (!command || IsDeleted()) {
+    const auto ask = [&] {
+        return Ask(controlId, input, input ? inputSize : 0, output, output ? outputSize : 0, returned, trace);
+    };
+    if (!NeedsSetupLock())
+        return ask();
+    CLockScope connecting(setupLock);
+    return ConnectForQueries(trace) && ask();
+}
+
+bool CDocument::Ask(DWORD controlId, const void* input, DWORD inputSize, void* output, DWORD outputSize,
+                    DWORD* returned, CFunctionTrace& trace)
+{
+    const std::shared_ptr<CCommandChannel> command = ChannelsInUse().command;
+    if (!command) {
         trace.Fail("Command channel not setup.");
         return false;
     }
@@ -26,37 +36,15 @@ bool krelIniPort::getPrinterDataFromPort(DWORD ControlID, LPCWSTR, const void* l
         return false;
     }
     DWORD uncounted;
-    DWORD* const returned = lpcbReturned ? lpcbReturned : &uncounted;
-    if (!IsInChannelMode() && IsQueued(command.get())) {
+    if (!returned)
+        returned = &uncounted;
+    if (!inChannelMode && IsQueued(command.get())) {
         *returned = 0;
         return true;
     }
-    if (!command->GetPrinterDataFromPort(ControlID, lpInBuffer, lpInBuffer ? cbInBuffer : 0, lpOutBuffer,
-                                         lpOutBuffer ? cbOutBuffer : 0, returned)) {
+    if (!command->GetPrinterDataFromPort(controlId, input, inputSize, output, outputSize, returned)) {
         trace.Fail("Failed to get printer data from port.");
         return false;
     }
     return true;
-}
-
-// In channel mode a query is as a rule a port's first use. Old print servers answer it only beside a data
-// channel, though no byte passes through that.
-bool krelIniPort::OpenCommandChannelOnce(CFunctionTrace& trace)
-{
-    CLockScope setup(setupSection);
-    DWORD document;
-    if (!CanSetUp(&document) || CommandChannel())
-        return true;
-    bool open = SetupCommunicationChannels(false, document);
-    const std::shared_ptr<CCommandChannel> command = CommandChannel();
-    if (open && command && command->GetProtocolVersion() < CommandChannelAloneVersion()) {
-        trace.Log(
-            krelpmEventWarning,
-            "Getting printer data from port relying on (unused) data channel - consider upgrading printer "
-            "firmware.");
-        open = SetupCommunicationChannels(true, document);
-    }
-    if (!open)
-        trace.Fail("Failed to setup communication channels.");
-    return open;
 }

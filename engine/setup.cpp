@@ -1,45 +1,53 @@
-// How a port connects to its print server.
+// How a document connects to its print server.
 
 #include "diagnostics/function_trace.h"
+#include "engine/document.h"
 #include "link/command_channel.h"
 #include "link/data_channel.h"
-#include "monitor/ini_port.h"
 
-namespace {
-
-constexpr DWORD kCommandPortOffset = 2;
-
-}  // namespace
-
-// Any failure, an exception included, takes the whole port back to idle, unless another document has begun
-// on it meanwhile.
-bool krelIniPort::SetupCommunicationChannels(bool useDataChannel, DWORD document)
+bool CDocument::SetupCommunicationChannels(bool useDataChannel)
 {
     CFunctionTrace trace("krelIniPort::SetupCommunicationChannels");
     try {
-        // A query in channel mode may have left a command channel without a data channel.
-        if (DropChannels(document, document) && SetUpAndOpen(useDataChannel, document, trace))
+        DropChannels();
+        if (MakeChannels(useDataChannel, trace)) {
+            CLockScope held(lock);
+            bothStand = useDataChannel;
             return true;
+        }
     } catch (...) {
-        CleanUpDocument(document);
+        End();
         throw;
     }
-    CleanUpDocument(document);
+    End();
     return false;
 }
 
-bool krelIniPort::SetUpAndOpen(bool useDataChannel, DWORD document, CFunctionTrace& trace)
+// A query in channel mode may have left a command channel without a data channel.
+void CDocument::DropChannels()
 {
-    const krelPortSettings used = Settings();
+    Channels dropped;
+    {
+        CLockScope held(lock);
+        dropped = {std::move(dataChannel), std::move(commandChannel)};
+    }
+    ShutDown(std::move(dropped));
+}
+
+bool CDocument::MakeChannels(bool useDataChannel, CFunctionTrace& trace)
+{
+    const krelPortSettings used = owner.Settings();
     std::shared_ptr<CDataChannel> data;
     if (useDataChannel) {
-        data = MakeDataChannel(used, document);
+        data = MakeChannel(&CDocument::dataChannel, used.server, used.portNumber);
         if (!data) {
             trace.Fail("Failed to open data channel.");
             return false;
         }
     }
-    const std::shared_ptr<CCommandChannel> command = MakeCommandChannel(used, document);
+    const std::shared_ptr<CCommandChannel> command = MakeChannel(
+        &CDocument::commandChannel, shared_from_this(), used.server, used.portNumber + kCommandPortOffset,
+        static_cast<SHORT>(used.keepAlivePeriod), static_cast<SHORT>(used.keepAliveTimeout));
     if (!command) {
         trace.Fail("Failed to open command channel.");
         return false;
@@ -53,38 +61,22 @@ bool krelIniPort::SetUpAndOpen(bool useDataChannel, DWORD document, CFunctionTra
 }
 
 // Null when the socket library refuses, or the document or the port has ended meanwhile.
-std::shared_ptr<CDataChannel> krelIniPort::MakeDataChannel(const krelPortSettings& used, DWORD document)
-{
-    try {
-        auto made = std::make_shared<CDataChannel>(used.server, used.portNumber);
-        CLockScope state(stateSection);
-        if (deleted || document != documentNumber)
-            return nullptr;
-        dataChannel = made;
-        return made;
-    } catch (const char*) {
-        return nullptr;  // the reason stands in the log
-    }
-}
-
-std::shared_ptr<CCommandChannel> krelIniPort::MakeCommandChannel(const krelPortSettings& used, DWORD document)
-{
-    try {
-        auto made = std::make_shared<CCommandChannel>(this, used.server, used.portNumber + kCommandPortOffset,
-                                                      static_cast<SHORT>(used.keepAlivePeriod),
-                                                      static_cast<SHORT>(used.keepAliveTimeout));
-        CLockScope state(stateSection);
-        if (deleted || document != documentNumber)
-            return nullptr;
-        commandChannel = made;
-        return made;
-    } catch (const char*) {
+template <class Channel, class... Args>
+std::shared_ptr<Channel> CDocument::MakeChannel(std::shared_ptr<Channel> CDocument::*field,
+                                                const Args&... args)
+try {
+    auto made = std::make_shared<Channel>(args...);
+    CLockScope held(lock);
+    if (state != State::Open || abandoned)
         return nullptr;
-    }
+    this->*field = made;
+    return made;
+} catch (const char*) {
+    return nullptr;  // the reason stands in the log
 }
 
 // The data channel goes first, because the command channel binds itself to its session.
-bool krelIniPort::OpenChannels(CCommandChannel& command, CDataChannel* data, CFunctionTrace& trace)
+bool CDocument::OpenChannels(CCommandChannel& command, CDataChannel* data, CFunctionTrace& trace)
 {
     if (data && !data->Open()) {
         trace.Fail("Failed to open data channel.");
@@ -96,7 +88,7 @@ bool krelIniPort::OpenChannels(CCommandChannel& command, CDataChannel* data, CFu
     }
     if (!data)
         return true;
-    if (IsInChannelMode() && !command.SuppressSysLogMessage()) {
+    if (inChannelMode && !command.SuppressSysLogMessage()) {
         trace.Fail("Failed to suppress system log messages.");
         return false;
     }
@@ -107,20 +99,47 @@ bool krelIniPort::OpenChannels(CCommandChannel& command, CDataChannel* data, CFu
     return true;
 }
 
-// Only a document in channel mode makes its channels on demand. Gives that document's number.
-bool krelIniPort::CanSetUp(DWORD* document) const
+bool CDocument::MayConnect() const
 {
-    CLockScope state(stateSection);
-    *document = documentNumber;
-    return channelMode && !deleted;
+    CLockScope held(lock);
+    return state == State::Open && !abandoned;
 }
 
-// The first write or read of a document in channel mode makes both channels; later ones find them.
-bool krelIniPort::SetUpDataChannelOnce()
+// In channel mode, until both channels stand. Not from inside a cancellation: that thread holds what a thread
+// with the lock may be waiting for.
+bool CDocument::NeedsSetupLock() const
 {
-    if (!IsInChannelMode())
+    if (!inChannelMode)
+        return false;
+    CLockScope held(lock);
+    return !bothStand && !(commandChannel && commandChannel->IsCancelling());
+}
+
+// In channel mode the first write or read makes both channels, and later ones find them.
+bool CDocument::ConnectForData()
+{
+    if (!NeedsSetupLock())
         return true;
-    CLockScope setup(setupSection);
-    DWORD document;
-    return !CanSetUp(&document) || DataChannel() || SetupCommunicationChannels(true, document);
+    CLockScope connecting(setupLock);
+    return !MayConnect() || ChannelsInUse().data || SetupCommunicationChannels(true);
+}
+
+// In channel mode a query is usually the first call. Old print servers answer it only beside a data
+// channel, though no byte passes through that.
+bool CDocument::ConnectForQueries(CFunctionTrace& trace)
+{
+    if (!MayConnect() || ChannelsInUse().command)
+        return true;
+    bool open = SetupCommunicationChannels(false);
+    const std::shared_ptr<CCommandChannel> command = ChannelsInUse().command;
+    if (open && command && command->GetProtocolVersion() < CommandChannelAloneVersion()) {
+        trace.Log(
+            krelpmEventWarning,
+            "Getting printer data from port relying on (unused) data channel - consider upgrading printer "
+            "firmware.");
+        open = SetupCommunicationChannels(true);
+    }
+    if (!open)
+        trace.Fail("Failed to setup communication channels.");
+    return open;
 }

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string>
 
-#include "monitor/display_names.h"
 #include "platform/platform.h"
+#include "ports/display_names.h"
 
 namespace {
 

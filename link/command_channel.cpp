@@ -3,9 +3,9 @@
 #include "diagnostics/function_trace.h"
 #include "link/data_channel.h"
 
-CCommandChannel::CCommandChannel(krelIniPort* port, LPCWSTR address, DWORD portNumber, SHORT period,
-                                 SHORT timeout)
-    : CSyncSocket(address, portNumber), owner(port), keepAlivePeriod(period), keepAliveTimeout(timeout)
+CCommandChannel::CCommandChannel(const std::shared_ptr<CChannelOwner>& document, LPCWSTR address,
+                                 DWORD portNumber, SHORT period, SHORT timeout)
+    : CSyncSocket(address, portNumber), owner(document), keepAlivePeriod(period), keepAliveTimeout(timeout)
 {
     CFunctionTrace trace("CCommandChannel::CCommandChannel",
                          "address = %S, port = %i, keepAlivePeriod = %i, keepAliveTimeout = %i",

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "diagnostics/locks.h"
+#include "link/channel_owner.h"
 #include "link/comm_protocol_version.h"
 #include "link/lpq_info.h"
 #include "link/sync_socket.h"
@@ -11,14 +12,16 @@
 class CCommandChannelMessage;
 class CDataChannel;
 class CFunctionTrace;
-class krelIniPort;
+
+// The command channel's TCP port number is the data channel's plus this.
+constexpr DWORD kCommandPortOffset = 2;
 
 // One document's command connection to the print server: version, session, keep-alives, notifications
 // and requests. Its worker thread watches the link from InitializeKeepAlives to Shutdown and is the only
 // time limit that a blocked call on either channel has.
 //
-// Life: made with std::make_shared by the port's set-up; InitializeKeepAlives; Open; any mix of the
-// others; Shutdown, once, by whoever takes it out of the port. Calls and the worker hold references, so
+// Life: made with std::make_shared by a document's set-up; InitializeKeepAlives; Open; any mix of the
+// others; Shutdown, once, by whoever takes it out of the document. Calls and the worker hold references, so
 // that it lives until the last of them is out. It is not reopened.
 //
 // Locks, in the order in which they are taken: requestLock, receiveLock, stateLock; sendLock and the
@@ -27,9 +30,9 @@ class krelIniPort;
 class CCommandChannel : public CSyncSocket, public std::enable_shared_from_this<CCommandChannel> {
 public:
     // No network traffic. The keep-alive clocks run from here. Periods are in seconds; the worker takes
-    // their 16 bits with their sign. `owner` may be null and otherwise outlives the worker.
-    CCommandChannel(krelIniPort* owner, LPCWSTR address, DWORD port, SHORT keepAlivePeriod,
-                    SHORT keepAliveTimeout);
+    // their 16 bits with their sign. `owner` may be null.
+    CCommandChannel(const std::shared_ptr<CChannelOwner>& owner, LPCWSTR address, DWORD port,
+                    SHORT keepAlivePeriod, SHORT keepAliveTimeout);
     ~CCommandChannel();
 
     // --- opening.cpp: on the spooler's thread that sets the channels up ---
@@ -46,7 +49,7 @@ public:
     bool InitializeKeepAlives(std::shared_ptr<CDataChannel> dataChannel);
 
     // Closes both connections, the data channel first. Any thread.
-    void Disconnect();
+    void DisconnectBoth();
 
     // Ends the channel: both connections and the worker, for which it waits at most 10 s (not at all on
     // the worker's own thread). A worker that is still running then, as a rule stuck in a call of the
@@ -67,6 +70,11 @@ public:
     // The last record; all -1 before the first. Any thread.
     LPQInfo GetLPQInfo();
 
+    // True on the thread that is telling the owner of a cancelled job. It holds the locks of this channel,
+    // which another thread may be waiting for: it must wait for none of what that one holds, and its requests
+    // fail at once.
+    bool IsCancelling() const { return cancellingThread == GetCurrentThreadId(); }
+
     // --- requests.cpp: on the spooler's threads, one request and its reply at a time ---
 
     // Passes a query through to the printer. Copies at most `outputLength` bytes of the reply and stores
@@ -82,30 +90,31 @@ public:
 
     // One frame at a time: two senders' bytes never mix.
     bool Send(const void* bytes, DWORD count, DWORD* sent);
-    // The caller holds receiveLock.
+    // The caller holds receiveLock, if any other thread may read.
     LONG Receive(void* buffer, DWORD count, bool peek);
     LONG BytesAvailable();
 
 private:
     friend class COpeningMark;
+    struct WorkerReferences;
 
-    bool GetCommProtocolVersion();
-    bool BindSession(WORD sessionId);
-    bool StartKeepAliveNotifications();
-    bool PollForMessage(CCommandChannelMessage& message, int polls);
+    bool GetCommProtocolVersion() THREAD_ANNOTATION(requires_capability(receiveLock));
+    bool BindSession(WORD sessionId) THREAD_ANNOTATION(requires_capability(receiveLock));
+    bool StartKeepAliveNotifications() THREAD_ANNOTATION(requires_capability(receiveLock));
+    bool PollForMessage(CCommandChannelMessage& message, int polls)
+        THREAD_ANNOTATION(requires_capability(receiveLock));
 
-    static DWORD WINAPI ThreadProc(LPVOID channel);
+    static DWORD WINAPI ThreadProc(LPVOID references);
     void RunWorker();
     void Tick(CFunctionTrace& trace);
     void SendDueKeepAlive(CFunctionTrace& trace);
     bool SendKeepAlive();
     void Close();
 
-    bool AwaitFirstRecord(CFunctionTrace& trace);
+    bool AwaitFirstRecord(CFunctionTrace& trace) THREAD_ANNOTATION(requires_capability(receiveLock));
     bool StoreFirstRecord(const CCommandChannelMessage& message, CFunctionTrace& trace);
     bool TakeAsyncMessages(CCommandChannelMessage* reply, CFunctionTrace& trace);
     bool NextMessage(CCommandChannelMessage& message, bool blocking);
-    void StampKeepAlive();
     void StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace);
     DWORD KeepAliveId() const;
 
@@ -118,16 +127,18 @@ private:
     bool Exchange(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
     bool SendMessageAndGetResponse(const CCommandChannelMessage& request, CCommandChannelMessage& reply);
 
-    krelIniPort* const owner;
+    std::shared_ptr<CDataChannel> Companion();
+
+    const std::weak_ptr<CChannelOwner> owner;
     const SHORT keepAlivePeriod;
     const SHORT keepAliveTimeout;
-    std::shared_ptr<CDataChannel> Companion();
 
     // The worker's silence test reads them without a lock, because Open may hold stateLock for as long
     // as the peer is silent.
     std::atomic<DWORD> lastKeepAliveReceived;
     std::atomic<DWORD> lastKeepAliveSent;
     std::atomic<bool> opening{false};
+    bool passCutShort = false;  // the worker's own: there may be more to take than a tick had time for
     std::atomic<CCommProtocolVersion> protocolVersion{CCommProtocolVersion()};
 
     CLock workerLock;  // leaf lock, guards the next four: a shutdown may come before the worker's start
@@ -136,13 +147,11 @@ private:
     DWORD workerThreadId = 0;
     HANDLE exitEvent = nullptr;  // stays from the worker's start to the destructor
 
-    // Inside the owner's up-call, with receiveLock and stateLock held: a spooler that calls back from there
-    // can't be given a request, which takes its locks in the other order.
-    std::atomic<DWORD> cancellingThread{0};
+    std::atomic<DWORD> cancellingThread{0};  // none while 0
 
     CLock requestLock;  // a request and its reply are one exchange
     CLock receiveLock;  // held by whoever reads messages from the socket
     CLock stateLock;    // guards lpqInfo
     CLock sendLock;     // held while one frame goes out
-    LPQInfo lpqInfo;
+    LPQInfo lpqInfo THREAD_ANNOTATION(guarded_by(stateLock));
 };

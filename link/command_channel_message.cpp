@@ -42,7 +42,7 @@ bool CCommandChannelMessage::Receive(CCommandChannel& channel)
     // The header is gone from the stream: without room for the payload, the stream is lost.
     std::unique_ptr<BYTE[]> payload(new (std::nothrow) BYTE[length]);
     if (!payload) {
-        channel.CSyncSocket::Disconnect();
+        channel.Disconnect();
         return false;
     }
     for (DWORD gathered = 0; gathered != length;) {
@@ -87,6 +87,6 @@ bool CCommandChannelMessage::HasSoundLength(CCommandChannel& channel) const
 {
     if (length <= kMaxPayload)
         return true;
-    channel.CSyncSocket::Disconnect();
+    channel.Disconnect();
     return false;
 }

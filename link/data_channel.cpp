@@ -44,6 +44,12 @@ void CDataChannel::Close()
     Disconnect();
 }
 
+void CDataChannel::CloseWhole()
+{
+    CFunctionTrace trace("CDataChannel::Close");
+    DisconnectInOrder();
+}
+
 bool CDataChannel::Receive(void* buffer, DWORD length, DWORD* received)
 {
     CFunctionTrace trace("CDataChannel::Receive");

@@ -19,6 +19,9 @@ public:
 
     // Ends the connection: this is how the server learns of the document's end. Any thread, any time.
     void Close();
+    // The same at the end of a document that was sent whole, on the thread of its calls: what the server sent
+    // and nobody read doesn't cost the bytes that are still on their way.
+    void CloseWhole();
 
     // What one recv gives, up to `length` bytes. True with 0 bytes when the peer has closed.
     bool Receive(void* buffer, DWORD length, DWORD* received);

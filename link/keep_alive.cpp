@@ -6,7 +6,6 @@
 #include "link/command_channel_message.h"
 #include "link/data_channel.h"
 #include "link/wire_codes.h"
-#include "monitor/ini_port.h"
 
 namespace {
 
@@ -23,10 +22,32 @@ bool HasExpired(DWORD stamp, SHORT seconds)
 
 }  // namespace
 
+// What a worker keeps alive. The owner hears of its end when its channel is gone, and nothing else of this
+// library runs on its thread then.
+struct CCommandChannel::WorkerReferences {
+    explicit WorkerReferences(CCommandChannel& watched)
+        : channel(watched.shared_from_this()), owner(watched.owner.lock())
+    {
+        if (owner)
+            owner->WorkerBegins();
+    }
+    ~WorkerReferences()
+    {
+        channel.reset();
+        if (owner)
+            owner->WorkerEnds();
+    }
+    WorkerReferences(const WorkerReferences&) = delete;
+    WorkerReferences& operator=(const WorkerReferences&) = delete;
+
+    std::shared_ptr<CCommandChannel> channel;
+    const std::shared_ptr<CChannelOwner> owner;
+};
+
 bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel)
 {
     CFunctionTrace trace("CCommandChannel::InitializeKeepAlives");
-    auto self = std::make_unique<std::shared_ptr<CCommandChannel>>(shared_from_this());
+    auto references = std::make_unique<WorkerReferences>(*this);
     CLockScope starting(workerLock);
     dataChannel = std::move(channel);
     exitEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -35,26 +56,24 @@ bool CCommandChannel::InitializeKeepAlives(std::shared_ptr<CDataChannel> channel
         return false;
     }
     const HANDLE started = IsAbandoned() ? nullptr
-                                         : CreateThread(nullptr, 0, &CCommandChannel::ThreadProc, self.get(),
-                                                        0, &workerThreadId);
+                                         : CreateThread(nullptr, 0, &CCommandChannel::ThreadProc,
+                                                        references.get(), 0, &workerThreadId);
     if (!started) {
         trace.Fail("Failed to create worker thread.");
         return false;
     }
-    (void)self.release();  // the worker's own
+    (void)references.release();  // the worker's own
     workerThread = started;
     return true;
 }
 
 DWORD WINAPI CCommandChannel::ThreadProc(LPVOID argument)
 {
-    auto* const given = static_cast<std::shared_ptr<CCommandChannel>*>(argument);
-    krelIniPort* const port = (*given)->owner;
-    const krelPortWorker inside(port);  // to the last: what follows may destroy the channel
-    const krelPortSettings settings = port ? port->Settings() : krelPortSettings{};
-    const CThreadPortTag tag(port ? settings.server : nullptr, settings.portNumber);
-    const std::unique_ptr<std::shared_ptr<CCommandChannel>> self(given);
-    (*self)->RunWorker();
+    const std::unique_ptr<WorkerReferences> references(static_cast<WorkerReferences*>(argument));
+    CCommandChannel& channel = *references->channel;
+    const CThreadPortTag tag(references->owner ? channel.ServerName().c_str() : nullptr,
+                             static_cast<WORD>(channel.ServerPort() - kCommandPortOffset));
+    channel.RunWorker();
     return 0;
 }
 
@@ -62,7 +81,7 @@ void CCommandChannel::RunWorker()
 {
     CFunctionTrace trace("CCommandChannel::ThreadProc");
     for (;;) {
-        const DWORD waited = WaitForSingleObject(exitEvent, kTickMs);
+        const DWORD waited = WaitForSingleObject(exitEvent, passCutShort ? 0 : kTickMs);
         if (waited == WAIT_OBJECT_0)
             break;
         if (waited == WAIT_FAILED)
@@ -79,11 +98,12 @@ void CCommandChannel::RunWorker()
 
 void CCommandChannel::Tick(CFunctionTrace& trace)
 {
+    passCutShort = false;
     if (HasExpired(lastKeepAliveReceived, keepAliveTimeout)) {
         trace.Log(krelpmEventInfo, "Failed to receive keep-alives => disconnecting.");
-        Disconnect();
+        DisconnectBoth();
     } else if (IsAbandoned()) {
-        Disconnect();  // once more, for a call that was not yet blocked when it was to be woken
+        DisconnectBoth();  // once more, for a call that was not yet blocked when it was to be woken
     }
     // In this order: the mark is set before the socket can be there.
     if (!IsConnected() || opening)
@@ -104,7 +124,7 @@ void CCommandChannel::SendDueKeepAlive(CFunctionTrace& trace)
         trace.Log(krelpmEventInfo, "Sent keep-alive.");
     } else {
         trace.Log(krelpmEventInfo, "Failed to send keep-alives => disconnecting.");
-        Disconnect();
+        DisconnectBoth();
     }
 }
 
@@ -126,12 +146,12 @@ std::shared_ptr<CDataChannel> CCommandChannel::Companion()
     return dataChannel;
 }
 
-void CCommandChannel::Disconnect()
+void CCommandChannel::DisconnectBoth()
 {
     CFunctionTrace trace("CCommandChannel::~Disconnect");
     if (const std::shared_ptr<CDataChannel> data = Companion())
         data->Close();
-    CSyncSocket::Disconnect();
+    Disconnect();
 }
 
 void CCommandChannel::Shutdown()
@@ -146,7 +166,7 @@ void CCommandChannel::Close()
     if (const std::shared_ptr<CDataChannel> data = Companion())
         data->Abandon();
     Abandon();
-    Disconnect();
+    DisconnectBoth();
     HANDLE worker;
     bool isWorker;
     {

@@ -5,15 +5,14 @@
 #include "link/command_channel.h"
 #include "link/command_channel_message.h"
 #include "link/wire_codes.h"
-#include "monitor/ini_port.h"
 
 namespace {
 
 constexpr LONG kCancelledAtServer = 9;
 
-// The worker takes no more in one tick: a server that sends notifications without end must not keep it from
-// noticing that the keep-alives have stopped.
-constexpr int kMessagesPerTick = 100;
+// A pass of the worker's over the socket that lasts longer goes on in another tick, at once: notifications
+// without end must not keep it from testing the silence, or from sending its own keep-alives.
+constexpr DWORD kLongestPassMs = 1000;
 
 // Holds the calling thread's id while it stands.
 class CThreadMark {
@@ -45,12 +44,6 @@ DWORD CCommandChannel::KeepAliveId() const
 {
     return FirstProtocolVersion() < GetProtocolVersion() ? IOCTL_KREL_KEEP_ALIVE
                                                          : IOCTL_KREL_START_KEEP_ALIVES;
-}
-
-void CCommandChannel::StampKeepAlive()
-{
-    CLockScope state(stateLock);
-    lastKeepAliveReceived = GetTickCount();
 }
 
 // receiveLock is held from before the request goes out: the first record has the number of any
@@ -85,7 +78,7 @@ bool CCommandChannel::AwaitFirstRecord(CFunctionTrace& trace)
                 message.replyLengthOrError);
             return false;
         }
-        StampKeepAlive();
+        lastKeepAliveReceived = GetTickCount();
         trace.Log(krelpmEventInfo,
                   "Received asynchronous keep-alive message while waiting for a response to 'start LPQInfo "
                   "notifications' request.");
@@ -128,7 +121,8 @@ bool CCommandChannel::ProcessAsyncMessages(CCommandChannelMessage* reply)
 bool CCommandChannel::TakeAsyncMessages(CCommandChannelMessage* reply, CFunctionTrace& trace)
 {
     const bool blocking = reply != nullptr;
-    for (int taken = 0; IsConnected() && (blocking || taken < kMessagesPerTick); ++taken) {
+    const DWORD begun = GetTickCount();
+    while (IsConnected()) {
         CCommandChannelMessage message;
         if (!NextMessage(message, blocking)) {
             if (blocking)
@@ -145,9 +139,13 @@ bool CCommandChannel::TakeAsyncMessages(CCommandChannelMessage* reply, CFunction
             return true;
         if (isKeepAlive) {
             trace.Log(krelpmEventInfo, "Received a keep-alive.");
-            StampKeepAlive();
+            lastKeepAliveReceived = GetTickCount();
         } else {
             StoreNotification(message, trace);
+        }
+        if (!blocking && GetTickCount() - begun >= kLongestPassMs) {
+            passCutShort = true;
+            return true;
         }
     }
     return !blocking;
@@ -168,8 +166,10 @@ void CCommandChannel::StoreNotification(const CCommandChannelMessage& message, C
         return;
     }
     trace.Log(krelpmEventInfo, "Received asynchronous LPQInfo notification: %s.", lpqInfo.ToString().text);
-    if (lpqInfo.boundJobState == kCancelledAtServer && owner) {
+    if (lpqInfo.boundJobState != kCancelledAtServer)
+        return;
+    if (const std::shared_ptr<CChannelOwner> document = owner.lock()) {
         const CThreadMark cancelling(cancellingThread);
-        owner->CancelCurrentPrintJob();
+        document->CancelCurrentPrintJob();
     }
 }

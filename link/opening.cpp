@@ -76,7 +76,6 @@ bool CCommandChannel::GetCommProtocolVersion()
         trace.Fail("Failed to send request to get communcation protocol version.");
         return false;
     }
-    CLockScope receiving(receiveLock);
     CCommandChannelMessage reply;
     if (!PollForMessage(reply, kVersionPolls)) {
         trace.Fail("Timed-out while waiting for protocol version.");
@@ -106,7 +105,6 @@ bool CCommandChannel::BindSession(WORD sessionId)
         trace.Fail("Failed to send request to bind session.");
         return false;
     }
-    CLockScope receiving(receiveLock);
     CCommandChannelMessage reply;
     if (!PollForMessage(reply, kBindPolls)) {
         trace.Fail("Timed-out while waiting for confirmation of the bind request.");
@@ -131,7 +129,6 @@ bool CCommandChannel::StartKeepAliveNotifications()
         trace.Fail("Failed to send request to start keep alives.");
         return false;
     }
-    CLockScope receiving(receiveLock);
     CCommandChannelMessage reply;
     if (!reply.Receive(*this)) {
         trace.Fail("Failed to receive a response to 'start keep alives' request.");
@@ -140,6 +137,6 @@ bool CCommandChannel::StartKeepAliveNotifications()
     if (!Answers(request, reply, "Received an unexpected response to 'start keep alives' request. ", trace) ||
         !HasSucceeded(reply, "Response to 'start keep alives' request reported error", trace))
         return false;
-    StampKeepAlive();
+    lastKeepAliveReceived = GetTickCount();
     return true;
 }

@@ -20,7 +20,7 @@ bool CCommandChannel::Exchange(const CCommandChannelMessage& request, CCommandCh
     try {
         return ProcessAsyncMessages(&reply);
     } catch (...) {
-        CSyncSocket::Disconnect();
+        Disconnect();
         throw;
     }
 }
@@ -48,7 +48,7 @@ bool CCommandChannel::SendMessageAndGetResponse(const CCommandChannelMessage& re
                                                 CCommandChannelMessage& reply)
 {
     CFunctionTrace trace("CCommandChannel::SendMessageAndGetResponse");
-    if (cancellingThread == GetCurrentThreadId() || !Exchange(request, reply)) {
+    if (IsCancelling() || !Exchange(request, reply)) {
         trace.Fail("Failed to send a message or get a response.");
         return false;
     }

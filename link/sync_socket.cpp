@@ -12,6 +12,7 @@ namespace {
 
 constexpr DWORD kMaxDumpedBytes = 100;
 constexpr DWORD kMaxSingleSend = 1u << 30;
+constexpr DWORD kMostDropped = 16u << 20;  // more than any connection holds: a server may talk without end
 
 void DumpBytes(const void* buffer, DWORD count)
 {
@@ -28,6 +29,18 @@ void DumpBytes(const void* buffer, DWORD count)
     }
     *end = '\0';
     vexkitTypeDiagnosticPuts(line);
+}
+
+// Nobody else reads, so that a recv of bytes that are there never waits.
+void DropUnread(SOCKET handle)
+{
+    char dropped[16384];
+    ULONG there = 0;
+    for (DWORD total = 0; total < kMostDropped; total += sizeof dropped) {
+        if (::ioctlsocket(handle, static_cast<long>(FIONREAD), &there) != 0 || there == 0 ||
+            ::recv(handle, dropped, sizeof dropped, 0) <= 0)
+            return;
+    }
 }
 
 // Host names are plain ASCII: each character keeps its low byte, and no conversion table is involved.
@@ -75,12 +88,18 @@ void CSyncSocket::Disconnect()
     (void)EndConnection();
 }
 
+void CSyncSocket::DisconnectInOrder()
+{
+    (void)EndConnection(true);
+}
+
 // Gives the number of disconnections so far, this one included.
-unsigned CSyncSocket::EndConnection()
+unsigned CSyncSocket::EndConnection(bool inOrder)
 {
     CFunctionTrace trace("CSyncSocket::Disconnect");
     std::shared_ptr<COpenSocket> dropped;
     std::shared_ptr<COpenSocket> woken;
+    bool mayDrop = false;
     unsigned count;
     {
         CLockScope handles(handleLock);
@@ -89,10 +108,13 @@ unsigned CSyncSocket::EndConnection()
         socketHandle.reset();
         if (dropped)
             lastDisconnected = dropped;
+        mayDrop = inOrder && dropped.use_count() == 1;  // another user takes what there is itself
         woken = lastDisconnected.lock();
     }
     if (dropped)
         trace.Log(krelpmEventInfo, "Disconnecting socket.");
+    if (mayDrop)
+        DropUnread(dropped->handle);
     if (woken) {
         woken->disconnected = true;
         WakeBlockedCalls(woken->handle);

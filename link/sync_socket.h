@@ -44,12 +44,19 @@ public:
     // for a thread that a former Disconnect came too early for.
     void Disconnect();
 
+    // The same, for an end in good order: what has come in and wasn't read is dropped first, without waiting,
+    // because the system would end the connection by a reset and lose what is still on its way out.
+    void DisconnectInOrder();
+
     // Ends blocked calls like Disconnect, and makes every later Connect fail: the channel's life is
     // over. Writes nothing to the log.
     void Abandon();
     bool IsAbandoned() const { return abandoned; }
 
     bool IsConnected() const;
+
+    const WideString& ServerName() const { return serverName; }
+    DWORD ServerPort() const { return serverPort; }
 
     // One recv: gives what is there, up to `length` bytes. 0 when the peer has closed, -1 on an error
     // or when the connection was ended here; both close the socket.
@@ -74,7 +81,7 @@ private:
     Attempt ConnectTo(const ADDRINFOA& address, unsigned begun, class CFunctionTrace& trace);
     bool Adopt(const std::shared_ptr<COpenSocket>& opened, unsigned begun);
     bool Drop(const std::shared_ptr<COpenSocket>& opened);
-    unsigned EndConnection();
+    unsigned EndConnection(bool inOrder = false);
     std::shared_ptr<COpenSocket> InUse() const;
 
     const WideString serverName;

@@ -4,8 +4,8 @@
 #include "diagnostics/diagnostic_log.h"
 #include "diagnostics/function_trace.h"
 #include "diagnostics/thread_port_tag.h"
-#include "monitor/ini_port.h"
 #include "monitor/port_monitor.h"
+#include "ports/ini_port.h"
 
 namespace {
 
@@ -48,18 +48,6 @@ BOOL CallMonitor(HANDLE hMonitor, const char* function, Forward forward)
         FALSE, [&] { return forward(*static_cast<krelPortMonitor*>(hMonitor)) ? TRUE : FALSE; });
 }
 
-// A start or an end that is cut short leaves nothing behind that a later call could take for a document.
-template <class Operation>
-bool OrIdlePort(krelIniPort& port, Operation operation)
-{
-    try {
-        return operation();
-    } catch (...) {
-        port.Cleanup();
-        throw;
-    }
-}
-
 }  // namespace
 
 BOOL gEnumPorts(HANDLE hMonitor, LPWSTR, DWORD Level, LPBYTE pPorts, DWORD cbBuf, LPDWORD pcbNeeded,
@@ -92,7 +80,7 @@ void gShutdown(HANDLE hMonitor)
 BOOL gStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo)
 {
     return CallPort(hPort, "gStartDocPort", [&](krelIniPort& port) {
-        return OrIdlePort(port, [&] { return port.startDocPort(pPrinterName, JobId, Level, pDocInfo); });
+        return port.startDocPort(pPrinterName, JobId, Level, pDocInfo);
     });
 }
 
@@ -110,8 +98,7 @@ BOOL gReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead)
 
 BOOL gEndDocPort(HANDLE hPort)
 {
-    return CallPort(hPort, "gEndDocPort",
-                    [](krelIniPort& port) { return OrIdlePort(port, [&] { return port.endDocPort(); }); });
+    return CallPort(hPort, "gEndDocPort", [](krelIniPort& port) { return port.endDocPort(); });
 }
 
 BOOL gClosePort(HANDLE hPort)

@@ -3,7 +3,7 @@
 #include "diagnostics/diagnostic_log.h"
 #include "diagnostics/diagnostics.h"
 #include "diagnostics/module_file.h"
-#include "monitor/display_names.h"
+#include "ports/display_names.h"
 
 namespace {
 

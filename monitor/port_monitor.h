@@ -1,68 +1,18 @@
 #pragma once
 
-#include "diagnostics/locks.h"
-#include "platform/platform.h"
+#include "ports/port_table.h"
 
-class krelIniPort;
-
-// The object behind the spooler's monitor handle: what the spooler gave at start-up, and the table of ports.
-// A process may have several.
-//
-// The order of locks: `changes`, then `section`, then the identity scope of the changing commands, then a
-// port's own section.
-class krelPortMonitor {
+// The object behind the spooler's monitor handle: the table of ports, with what its start and its tools'
+// sessions need. A process may have several.
+class krelPortMonitor final : public krelPortTable {
 public:
-    // Keeps the values of MONITORINIT, whose pointers stay the spooler's.
-    explicit krelPortMonitor(const MONITORINIT& fromSpooler);
-    // Takes every port down. Wakes the calls that are still inside ports and waits for them, at most 10 s
-    // for all together; a port with a call in it after that is left allocated. No call on the monitor
-    // itself may be under way.
+    using krelPortTable::krelPortTable;
+    // Takes every port down; see DeleteAllPorts.
     ~krelPortMonitor();
-    krelPortMonitor(const krelPortMonitor&) = delete;
-    krelPortMonitor& operator=(const krelPortMonitor&) = delete;
 
     // Reads the log settings and makes the persisted ports. Before the spooler knows the monitor.
     bool init();
 
-    // Stores the port of that name, or null, in `handle`. Opening changes nothing in the port.
-    bool openPort(LPCWSTR name, HANDLE* handle);
     // Makes a session for a tool on any object name. Throws std::bad_alloc.
     bool xcvOpenPort(LPCWSTR object, ACCESS_MASK grantedAccess, HANDLE* handle);
-    // Packs the port records for the spooler; see enumPorts.
-    bool EnumeratePorts(DWORD level, BYTE* ports, DWORD size, DWORD* needed, DWORD* returned);
-
-    // A port of that name, ignoring case; null when there is none.
-    krelIniPort* FindPort(LPCWSTR name) const THREAD_ANNOTATION(requires_capability(section));
-
-    // True when a port of ours bears the name, by the spooler's own rule (lstrcmpiW), which knows more
-    // letters than FindPort: two ports that it takes for one would share a registry key.
-    bool HasPortOfName(LPCWSTR name) const THREAD_ANNOTATION(requires_capability(section));
-
-    // Puts a port at the head of the table, whatever its name. Null when memory is short. Under `section`,
-    // or from `init`, which runs alone.
-    krelIniPort* CreatePortEntry(LPCWSTR portName, LPCWSTR server, WORD portNumber);
-
-    // Takes a port out of the table and cleans it up; `section` is left meanwhile, since a worker or call
-    // that is waited for may want it. `changes` keeps the name from being added again until the caller is
-    // through. Its object stays allocated to the monitor's end: the spooler may still hold its address. False
-    // with ERROR_UNKNOWN_PORT when there is none.
-    bool deletePortEntry(LPCWSTR portName) THREAD_ANNOTATION(requires_capability(changes, section));
-
-    // True when any port of the system bears the name, ignoring case. When the spooler can't list its
-    // ports, false with its error word in `error`, else 0 there. The spooler asks back for our own ports on
-    // this thread: not to be called under `section`.
-    bool portNameExists(LPCWSTR portName, DWORD* error);
-
-    const MONITORINIT monitorInit;
-
-    CLock changes;  // held by each command that changes ports, from its first look to its end
-    CLock section;  // guards the table; held briefly, never while waiting for a port
-
-private:
-    krelIniPort* UnlinkPort(LPCWSTR name) THREAD_ANNOTATION(requires_capability(section));
-    void DeleteAllPorts();
-    void FreeDeletedPorts();
-
-    krelIniPort* ports = nullptr;         // newest first
-    krelIniPort* deletedPorts = nullptr;  // out of the table, their addresses not yet free for others
 };

@@ -1,6 +1,5 @@
 // Under whose identity a command works.
 
-#include "monitor/ini_port.h"
 #include "tests/support/admin_fixture.h"
 
 namespace {
@@ -52,10 +51,14 @@ TEST_F(Identity, ChangingCommandsReachTheRegistryAsTheSpooler)
                   for (const LPCWSTR command : kCommands)
                       OpenXcv(TEXT("Card"), 0).Call(command, Version(1), 300);
               }));
-    ASSERT_TRUE(Port(TEXT("Card")).LockPortForPrinting());
-    EXPECT_EQ((Names{"load", "revert", "return", "free"}),
-              RecordOf([&] { SetKeepAlive(TEXT("Card"), 1, 1); }));
-    Port(TEXT("Card")).Cleanup();
+    int refused = 0;
+    spooler.Refuse(Spooler::OpenPrinter, ERROR_ACCESS_DENIED, 1);
+    spooler.Before(Spooler::OpenPrinter, [&] {  // the job holds the port meanwhile
+        EXPECT_EQ((Names{"load", "revert", "return", "free"}),
+                  RecordOf([&] { refused += SetKeepAlive(TEXT("Card"), 1, 1) == ERROR_BUSY; }));
+    });
+    EXPECT_FALSE(table->pfnStartDocPort(OpenPort(TEXT("Card")), Text("Printer"), 7, 1, nullptr));
+    EXPECT_EQ(1, refused);
 }
 
 TEST_F(Identity, WithoutTheSpoolersLibraryCommandsRunAsTheClient)

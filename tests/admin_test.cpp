@@ -4,8 +4,8 @@
 #include <cstring>
 #include <thread>
 
-#include "monitor/ini_port.h"
 #include "platform/test_switches.h"
+#include "ports/ini_port.h"
 #include "tests/support/admin_fixture.h"
 
 namespace {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "monitor/ini_port.h"
 #include "tests/support/printing_fixture.h"
 
 using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
@@ -245,20 +244,26 @@ TEST_F(JobOutcome, KeepsThePortsSettingsStill)
 
 TEST_F(JobOutcome, WaitsForTheBusyMarkOfAnotherThread)
 {
-    auto& record = *static_cast<krelIniPort*>(port);
-    const krelPortCall inside(&record);
-    log.AtLine("}krelIniPort::Cleanup", [&] { EXPECT_TRUE(record.LockPortForPrinting()); });
-    const DWORD before = GetTickCount();
-    EXPECT_FALSE(StartJob());
-    EXPECT_GE(GetTickCount() - before, 4900u);
-    EXPECT_TRUE(log.Has("Failed to gain exclusive access to the port for printing."));
-    EXPECT_TRUE(log.Has("Unable to get exclusive access to the port for printing."));
-    EXPECT_EQ(0, spooler.Count(Spooler::OpenPrinter));
-    test_switches::SetTimeScale(0.2);
-    std::thread holder([&] { record.Cleanup(); });
-    EXPECT_TRUE(record.LockPortForPrinting()) << "the holder can't clear the mark while another waits for it";
-    holder.join();
-    record.Cleanup();
+    const auto startAnother = [this] { EXPECT_TRUE(StartJob(8)); };
+    for (const bool channel : {false, true}) {
+        log.Clear();
+        log.AtLine("}krelIniPort::Cleanup", startAnother);  // in the middle of this one
+        const DWORD before = GetTickCount();
+        EXPECT_FALSE(channel ? StartChannel() : StartJob());
+        EXPECT_GE(GetTickCount() - before, 4900u);
+        EXPECT_TRUE(log.Has("Failed to gain exclusive access to the port for printing."));
+        EXPECT_TRUE(log.Has("Unable to get exclusive access to the port for printing."));
+        EXPECT_EQ(1, spooler.OpenPrinters());
+        EXPECT_TRUE(Write({1})) << "the document that was faster goes on";
+        EXPECT_TRUE(End());
+    }
+    // The mark goes while another start waits for it.
+    log.AtLine("}krelIniPort::Cleanup", [this, startAnother] {
+        startAnother();
+        log.AtLine("{krelIniPort::LockPortForPrinting", [this] { EXPECT_TRUE(End()); });
+    });
+    EXPECT_TRUE(StartJob());
+    EXPECT_TRUE(End());
 }
 
 // The spooler ends a document whose start still waits for the first word of the job.

@@ -3,9 +3,9 @@
 
 #include "diagnostics/diagnostic_log.h"
 #include "diagnostics/log_file.h"
-#include "monitor/ini_port.h"
 #include "monitor/port_monitor.h"
 #include "platform/test_switches.h"
+#include "ports/ini_port.h"
 #include "tests/support/monitor_fixture.h"
 #include "tests/support/text.h"
 

@@ -3,8 +3,8 @@
 
 #include <set>
 
-#include "monitor/ini_port.h"
 #include "monitor/library_entry.h"
+#include "ports/ini_port.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/printing_fixture.h"
 #include "tests/support/text.h"

@@ -6,7 +6,7 @@
 
 #include "link/command_channel.h"
 #include "link/data_channel.h"
-#include "monitor/ini_port.h"
+#include "ports/ini_port.h"
 #include "tests/support/printing_fixture.h"
 
 using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
@@ -161,14 +161,15 @@ TEST_F(Overlap, DeletionAndShutdownEndEachWaitOfADocument)
 
 TEST_F(Overlap, DeletionEndsTheWaitForTheBusyMark)
 {
-    auto& record = *static_cast<krelIniPort*>(port);
-    ASSERT_TRUE(record.LockPortForPrinting());
-    test_switches::SetTimeScale(1);
-    log.Clear();
-    Beside([&record] {
-        const krelPortCall inside(&record);
-        return record.LockPortForPrinting();
+    const ::Gate held;
+    log.AtLine("}krelIniPort::Cleanup", [this, held] {
+        EXPECT_TRUE(StartJob(8));
+        log.Clear();
+        test_switches::SetTimeScale(1);
+        held.Open();
     });
+    Beside([this] { return StartChannel(); });
+    held.Pass();
     ASSERT_TRUE(log.WaitFor("{krelIniPort::LockPortForPrinting"));
     const DWORD before = GetTickCount();
     EXPECT_EQ(0u, DeletePort(TEXT("Card 1")));

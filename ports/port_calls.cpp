@@ -1,9 +1,7 @@
 // Who is inside a port, and how a port that is deleted under them ends.
 
 #include "diagnostics/function_trace.h"
-#include "link/command_channel.h"
-#include "link/data_channel.h"
-#include "monitor/ini_port.h"
+#include "ports/ini_port.h"
 
 namespace {
 
@@ -20,40 +18,28 @@ krelPortCall::krelPortCall(krelIniPort* entered)
 krelPortCall::~krelPortCall()
 {
     if (port)
-        port->LeaveCall();
-}
-
-krelPortWorker::krelPortWorker(krelIniPort* watched) : port(watched)
-{
-    if (port)
-        port->CountWorker(1);
-}
-
-krelPortWorker::~krelPortWorker()
-{
-    if (port)
-        port->CountWorker(-1);
-}
-
-void krelIniPort::CountWorker(int change)
-{
-    CLockScope state(stateSection);
-    workersInside += change;
+        port->CallEnds();
 }
 
 // Gives the settings, which each call needs at once: one look for both.
 krelPortSettings krelIniPort::EnterCall()
 {
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     ++callsInside;
     return settings;
 }
 
-void krelIniPort::LeaveCall()
+void krelIniPort::CallBegins()
+{
+    CLockScope held(lock);
+    ++callsInside;
+}
+
+void krelIniPort::CallEnds()
 {
     bool last;
     {
-        CLockScope state(stateSection);
+        CLockScope held(lock);
         last = deleted && !destroyed && callsInside == 1;
         if (last)
             destroyed = true;
@@ -63,17 +49,30 @@ void krelIniPort::LeaveCall()
     if (!last)
         return;
     Destroy();
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     --callsInside;
 }
 
+void krelIniPort::WorkerBegins()
+{
+    CLockScope held(lock);
+    ++workersInside;
+}
+
+void krelIniPort::WorkerEnds()
+{
+    CLockScope held(lock);
+    --workersInside;
+}
+
+// No other document follows: the one that is abandoned here is the last.
 void krelIniPort::WakeForDeletion()
 {
     {
-        CLockScope state(stateSection);
+        CLockScope held(lock);
         deleted = true;
     }
-    DisconnectChannels();
+    Document()->Abandon();
 }
 
 // The deletion counts as a call itself, and may be the last one out.
@@ -89,17 +88,6 @@ void krelIniPort::Destroy()
     Cleanup();
 }
 
-// Wakes whatever call is blocked on the port's connections. They can't be used or made anew afterwards.
-void krelIniPort::DisconnectChannels()
-{
-    const std::shared_ptr<CCommandChannel> command = CommandChannel();
-    const std::shared_ptr<CDataChannel> data = DataChannel();
-    if (data)
-        data->Abandon();
-    if (command)
-        command->Abandon();
-}
-
 bool krelIniPort::AwaitLastCall(DWORD deadline)
 {
     for (int look = 0; IsInUse(); ++look) {
@@ -110,7 +98,7 @@ bool krelIniPort::AwaitLastCall(DWORD deadline)
             return false;
         }
         if (look % kLooksPerWake == 0)
-            DisconnectChannels();
+            Document()->Abandon();
         Sleep(kLookPauseMs);
     }
     return true;
@@ -118,12 +106,12 @@ bool krelIniPort::AwaitLastCall(DWORD deadline)
 
 bool krelIniPort::IsDeleted() const
 {
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     return deleted;
 }
 
-bool krelIniPort::IsInUse()
+bool krelIniPort::IsInUse() const
 {
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     return callsInside != 0 || workersInside != 0;
 }

@@ -1,9 +1,9 @@
 #include <memory>
 #include <new>
 
-#include "monitor/port_monitor.h"
+#include "ports/port_table.h"
 
-bool krelPortMonitor::portNameExists(LPCWSTR portName, DWORD* error)
+bool krelPortTable::portNameExists(LPCWSTR portName, DWORD* error)
 {
     *error = ERROR_SUCCESS;
     DWORD needed = 0;

@@ -1,4 +1,4 @@
-#include "monitor/display_names.h"
+#include "ports/display_names.h"
 
 #include "diagnostics/module_file.h"
 

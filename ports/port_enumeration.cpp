@@ -1,10 +1,10 @@
-#include "monitor/port_enumeration.h"
+#include "ports/port_enumeration.h"
 
 #include <cstddef>
 #include <cstring>
 
-#include "monitor/display_names.h"
-#include "monitor/ini_port.h"
+#include "ports/display_names.h"
+#include "ports/ini_port.h"
 
 namespace {
 

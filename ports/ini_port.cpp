@@ -1,4 +1,4 @@
-#include "monitor/ini_port.h"
+#include "ports/ini_port.h"
 
 #include <algorithm>
 
@@ -25,6 +25,7 @@ krelIniPort::krelIniPort(krelIniPort* nextPort, LPCWSTR name, LPCWSTR server, WO
     CopyText(settings.server, server);
     settings.portNumber = portNumber;
     next = nextPort;
+    document = std::make_shared<CDocument>(*this);
     settings.keepAlivePeriod = kDefaultKeepAlivePeriod;
     settings.keepAliveTimeout = kDefaultKeepAliveTimeout;
 }
@@ -34,18 +35,18 @@ krelIniPort::~krelIniPort() = default;
 
 krelPortSettings krelIniPort::Settings() const
 {
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     return settings;
 }
 
 void krelIniPort::SetSettings(const krelPortSettings& changed)
 {
-    CLockScope state(stateSection);
+    CLockScope held(lock);
     settings = changed;
 }
 
-bool krelIniPort::IsLockedForPrinting()
+bool krelIniPort::IsLockedForPrinting() const
 {
-    CLockScope busy(section);
-    return lockedForPrinting;
+    CLockScope held(lock);
+    return document->HoldsPort();
 }
