@@ -198,6 +198,24 @@ TEST_F(AsyncMessages, TheWorkerStoresEachRecord)
     }
 }
 
+TEST_F(AsyncMessages, TheWorkerTakesAllThatAreThereInOnePass)
+{
+    ServeCommand();
+    const auto channel = MakeCommand();
+    ASSERT_TRUE(channel->Open());
+    Bytes many;
+    for (int i = 0; i < 1000; ++i)
+        many = Join(many, Notification(Lpq(0, 4)));
+    many = Join(many, Notification(Lpq(0, 7)));
+    ASSERT_TRUE(server.Push(Channel::Command, many));
+    ASSERT_TRUE(Eventually([&] { return channel->BytesAvailable() == static_cast<LONG>(many.size()); }));
+    log.Clear();
+    test_switches::SetTimeScale(1);
+    ASSERT_TRUE(channel->InitializeKeepAlives(nullptr));
+    EXPECT_TRUE(log.WaitFor(RecordText(0, 7, 7, 0)));
+    EXPECT_LE(log.Count("{CCommandChannel::ProcessAsyncMessages"), 5) << "a pass may last a second";
+}
+
 TEST_F(AsyncMessages, AnUnknownOneStopsTheWorkerAndIsTheNextReply)
 {
     ServeCommand().ExpectFrame(2, printserver::kSuppressSyslog).AnswerSuppress();

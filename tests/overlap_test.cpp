@@ -1,46 +1,19 @@
 // Calls that overlap on one port: deletion and shutdown beside calls that are blocked, spooler calls that
 // block or come back.
 
-#include <atomic>
 #include <new>
 
 #include "link/command_channel.h"
 #include "link/data_channel.h"
 #include "ports/ini_port.h"
-#include "tests/support/printing_fixture.h"
+#include "tests/support/overlap_fixture.h"
 
 using namespace printserver;  // NOLINT(google-build-using-namespace): the server's own vocabulary
 
 namespace {
 
-class Overlap : public Printing {
+class Overlap : public OverlapFixture {
 protected:
-    void SetUp() override
-    {
-        Printing::SetUp();
-        ServeByHand(Lpq(0, kReceivingData));
-    }
-
-    // Runs a call on a thread of its own, as the spooler does.
-    template <class Call>
-    void Beside(Call call)
-    {
-        thread = std::thread([this, call] { result = call() ? 1 : 0; });
-    }
-    // The call's result; -1 when it never came.
-    int Result()
-    {
-        if (thread.joinable())
-            thread.join();
-        return result;
-    }
-    // A read back that the server never answers.
-    void BlockAReader()
-    {
-        server->FaultAt(Step::ParallelReadReply, Fault::Drop());
-        Beside([this] { return Read(10); });
-        ASSERT_TRUE(server->WaitFor(EventKind::ParallelRead));
-    }
     // The worker stands in SetJobW until the gate opens.
     ::Gate StickTheWorker()
     {
@@ -61,9 +34,6 @@ protected:
         EXPECT_TRUE(log.Has("Data or command channel not setup."));
         EXPECT_TRUE(log.Has("Command channel not setup."));
     }
-
-    std::thread thread;
-    std::atomic<int> result{-1};
 };
 
 }  // namespace
@@ -137,7 +107,6 @@ TEST_F(Overlap, DeletionAndShutdownEndEachWaitOfADocument)
             SCOPED_TRACE(std::string(wait.name) + (shutdown ? ", shutdown" : ", deletion"));
             ASSERT_NO_FATAL_FAILURE(wait.prepare());
             log.Clear();
-            result = -1;
             Beside(wait.call);
             ASSERT_TRUE(server->WaitFor([&] { return log.Count(wait.scope) == wait.times; }));
             const DWORD before = GetTickCount();
@@ -181,7 +150,6 @@ TEST_F(Overlap, DeletionEndsTheWaitForTheBusyMark)
 TEST_F(Overlap, AStartInTheSpoolerFindsItsPortDeletedAndItsDocumentEnded)
 {
     for (const bool shutdown : {false, true}) {
-        result = -1;
         log.Clear();
         const ::Gate opening = spooler.Block(Spooler::OpenPrinter);
         Beside([this] { return StartJob(); });
@@ -397,23 +365,30 @@ TEST_F(Overlap, AnEndThatIsCutShortLeavesAnIdlePort)
     EXPECT_EQ(0u, SetKeepAlive(TEXT("Card 1"), 5, kPatientTimeout)) << "the busy mark is left";
 }
 
-// Neither the flood nor the thread that reads it may keep the silence from being noticed.
+// Neither the flood nor the thread that reads it may keep the worker from its own keep-alives, or the silence
+// from being noticed.
 TEST_F(Overlap, NotificationsWithoutEndDoNotHoldTheLinkUp)
 {
-    ASSERT_EQ(0u, SetKeepAlive(TEXT("Card 1"), 5, 20));
-    ASSERT_TRUE(StartJob());
-    server->StopKeepAlives();
-    std::atomic<bool> stop{false};
-    std::thread flood([&] {
-        while (!stop && server->Notify(Lpq(0, kReceivingData)))
-            continue;
-    });
-    EXPECT_TRUE(log.WaitFor("Failed to receive keep-alives => disconnecting."));
-    stop = true;
-    flood.join();
-    EXPECT_TRUE(log.WaitFor("}CCommandChannel::~Disconnect"));
-    EXPECT_FALSE(Write({1}));
-    EXPECT_TRUE(End());
+    for (const bool silent : {false, true}) {
+        ASSERT_EQ(0u, SetKeepAlive(TEXT("Card 1"), 1, silent ? 20 : kPatientTimeout));
+        ASSERT_TRUE(StartJob());
+        if (silent)
+            server->StopKeepAlives();
+        std::atomic<bool> stop{false};
+        std::thread flood([&] {
+            while (!stop && server->Notify(Lpq(0, kReceivingData)))
+                continue;
+        });
+        for (int times = 0; times < 3; ++times) {
+            log.Clear();
+            EXPECT_TRUE(
+                log.WaitFor(silent ? "Failed to receive keep-alives => disconnecting." : "Sent keep-alive."));
+        }
+        stop = true;
+        flood.join();
+        EXPECT_EQ(!silent, Write({1}));
+        EXPECT_TRUE(End());
+    }
 }
 
 // The reader stands in its exchange, takes the cancellation, and the spooler comes back with a query.

@@ -1,6 +1,7 @@
 // Many ports of one monitor at work at once. While 32 print, other threads change, delete and add them, and
 // the spooler comes back into the monitor from its calls or is slow in them: all at moments drawn from a
-// seed, which is printed and may be given in FARLINK_SEED.
+// seed, which is printed and may be given in FARLINK_SEED. And one port under six threads, for
+// FARLINK_STORM_SECONDS.
 
 #include <array>
 #include <cstdio>
@@ -65,12 +66,12 @@ protected:
 
     // Runs each on a thread of its own. One that doesn't end for minutes is in a deadlock, and can neither be
     // waited for nor outlived.
-    static void RunAll(const Works& works)
+    static void RunAll(const Works& works, std::chrono::seconds expected = 0s)
     {
         std::vector<std::future<void>> running;
         for (const auto& work : works)
             running.push_back(std::async(std::launch::async, work));
-        const auto limit = std::chrono::steady_clock::now() + 4min;
+        const auto limit = std::chrono::steady_clock::now() + expected + 4min;
         for (const auto& one : running)
             if (one.wait_until(limit) != std::future_status::ready)
                 std::abort();
@@ -111,11 +112,11 @@ protected:
         EXPECT_TRUE(opened != nullptr && station.port.exchange(opened) != opened);
         ++station.life;
     }
-    bool StartDocument(HANDLE port, DWORD job) const
+    bool StartDocument(HANDLE port, DWORD job, DWORD level = 1) const
     {
         WideString name = TEXT("Card");
-        DOC_INFO_1W info{name.data(), nullptr, name.data()};
-        return table->pfnStartDocPort(port, name.data(), job, 1, reinterpret_cast<LPBYTE>(&info));
+        DOC_INFO_2W info{name.data(), nullptr, name.data(), DI_CHANNEL, job};  // level 1 is its beginning
+        return table->pfnStartDocPort(port, name.data(), job, level, reinterpret_cast<LPBYTE>(&info));
     }
     bool Write(HANDLE port, Bytes bytes) const
     {
@@ -285,6 +286,56 @@ TEST_F(RandomOverlap, LeavesEachPortAtWorkUntilTheShutdown)
         Shutdown();
     });
     RunAll(works);
+}
+
+// Which call meets which is chance; that none hangs and nothing is left is not. TearDown looks for the rest.
+TEST_F(ManyPorts, OneOfThemUnderSixThreadsLeavesNothingBehind)
+{
+    const char* const given = std::getenv("FARLINK_STORM_SECONDS");
+    const std::chrono::seconds length(given ? std::strtol(given, nullptr, 10) : 3);
+    servers[0].emplace(PrintServerOptions{.keepAliveEvery = Milliseconds(100), .keepHistory = false});
+    Station station{.name = TEXT("Card"), .changing = {}};
+    Add(station, servers[0]->Port());
+    std::atomic<DWORD> jobs{0};
+    std::atomic<int> calls{0};
+    const auto end = std::chrono::steady_clock::now() + length;
+    const auto call = [&](std::mt19937& random) {
+        const HANDLE port = station.port;
+        WCHAR text[] = TEXT("ab");
+        DWORD returned = 0;
+        BYTE bytes[10];
+        const std::function<void()> kinds[] = {
+            [&] { (void)StartDocument(port, ++jobs); },
+            [&] { (void)StartDocument(port, ++jobs, 2); },
+            [&] { (void)Write(port, SampleDocument(random() % 3000)); },
+            [&] { (void)table->pfnReadPort(port, bytes, sizeof bytes, &returned); },
+            [&] { (void)table->pfnGetPrinterDataFromPort(port, 5, nullptr, text, 4, text, 4, &returned); },
+            [&] { EXPECT_TRUE(table->pfnEndDocPort(port)); },
+            [&] { EXPECT_TRUE(table->pfnClosePort(port)); },
+            [&] { (void)servers[0]->Notify(Lpq(0, random() % 4 == 0 ? kCancelled : kReceivingData)); },
+            [&] {
+                const std::lock_guard held(station.changing);
+                EXPECT_EQ(0u, DeletePort(station.name));
+                Add(station, servers[0]->Port());
+            },
+        };
+        kinds[random() % 64 == 0 ? 8 : random() % 8]();
+        ++calls;
+    };
+    RunAll(Works(6,
+                 [&] {
+                     std::mt19937 random(std::random_device{}());
+                     while (std::chrono::steady_clock::now() < end)
+                         call(random);
+                 }),
+           length);
+    std::printf("%d calls, %u documents\n", calls.load(), static_cast<unsigned>(jobs.load()));
+    Shutdown();
+    EXPECT_EQ(0, spooler.OpenPrinters());
+    EXPECT_TRUE(servers[0]->WaitFor([&] {
+        return servers[0]->OpenConnections(Channel::Data) + servers[0]->OpenConnections(Channel::Command) ==
+               0;
+    }));
 }
 
 TEST_F(ManyPorts, ListingAndOpeningDoNotWaitForFiftyStalledOnes)

@@ -51,6 +51,21 @@ TEST_F(WholeJob, GoesOverTheWireByteForByte)
     EXPECT_TRUE(log.Has("Received session id 7."));
 }
 
+// Bytes that nobody has read turn the close of a connection into a reset, which would cut off what the server
+// hasn't taken yet.
+TEST_F(WholeJob, ArrivesWholeAtAServerThatTalksUnasked)
+{
+    server->FaultAt(Step::DataMiddle, Fault::Delay(Milliseconds(300)).AfterBytes(4096));
+    const Bytes card = SampleDocument(1 << 20);
+    ASSERT_TRUE(StartJob());
+    ASSERT_TRUE(server->Push(Channel::Data, Bytes(1000, 1)));
+    ASSERT_TRUE(Write(card));
+    test_switches::SetTimeScale(kOpeningScale);
+    ASSERT_TRUE(End());
+    EXPECT_EQ(card, LastDocument().bytes);
+    EXPECT_FALSE(log.Has(":01:01:01")) << "what is dropped goes unmentioned";
+}
+
 TEST_F(WholeJob, ReportsOneFaultOncePerLevelFromTheInsideOut)
 {
     server->FaultAt(Step::SessionId, Fault::Close());
