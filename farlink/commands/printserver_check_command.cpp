@@ -128,9 +128,9 @@ void RequireServer(const printserver::check::Target& target)
 }
 
 // By Verdict.
-using Counts = std::array<int, 4>;
+using VerdictCounts = std::array<int, 4>;
 
-void TellSummary(const Run& run, const Counts& counts, bool isRight, int cards)
+void TellSummary(const Run& run, const VerdictCounts& counts, bool isRight, int cards)
 {
     const auto count = [&counts](Verdict verdict) { return counts[static_cast<std::size_t>(verdict)]; };
     if (run.json)
@@ -157,7 +157,7 @@ void Check(Run& run, const CheckedServer& server)
     const int cards = CardsOf(points);
     RequireServer(options.target);
     AskToPrint(server, cards);
-    Counts counts{};
+    VerdictCounts counts{};
     for (const Point* point : points) {
         const Finding finding = printserver::check::RunPoint(*point, options);
         ++counts[static_cast<std::size_t>(finding.verdict)];
