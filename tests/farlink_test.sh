@@ -324,7 +324,7 @@ test_help() {
     [[ $(completed log level --file o) == 'on off ' ]] || fail "no value is completed"
     [[ $(completed port show d) == 'desk ' && $(completed query --to d) == 'desk ' ]] || fail "no port is completed"
     expect 0 man
-    says '^\.SS farlink jobs retry' && says '^\.TH FARLINK 1'
+    says '^\.SS farlink jobs retry' && says '^\.TH FARLINK 1' && says '^\.SH ENVIRONMENT' && says '^\.SH FILES' && says '^\.SH EXIT STATUS'
     command -v groff >/dev/null || return 0
     [[ -z $(groff -man -Tutf8 -ww -z "$folder/last.out" 2>&1) ]] || fail "the manual page doesn't format"
 }

@@ -1,3 +1,5 @@
+#include <span>
+
 #include "farlink/commands.h"
 #include "farlink/commands/command_tree.h"
 
@@ -95,6 +97,34 @@ std::string Describe(const CommandEntry& command)
     return text;
 }
 
+struct Entry {
+    const char* name;
+    const char* text;
+};
+
+constexpr Entry kVariables[] = {
+    {"FARLINK_STATE", "The folder of ports and settings."},
+    {"XDG_STATE_HOME",
+     "Holds that folder, as farlink, when FARLINK_STATE is not set; else it is ~/.local/state."},
+    {"TMPDIR", "Holds the monitor's log file; else it is /tmp."},
+    {"FARLINK_DEBUG_OUTPUT",
+     "With 1 and 'farlink log level --debug on' the monitor's log lines come on standard error, too."},
+};
+constexpr Entry kFiles[] = {
+    {"~/.local/state/farlink/spooler.db", "Ports and settings; see FARLINK_STATE."},
+    {"/tmp/Farlink.log", "The monitor's log, if it is on; see TMPDIR and 'farlink log level'."},
+    {"Farlink.ini",
+     "Beside the library Farlink.dll, if it is there: the names by which the monitor shows itself."},
+};
+
+std::string Describe(std::span<const Entry> entries)
+{
+    std::string text;
+    for (const Entry& entry : entries)
+        text += ".TP\n" + Bold(entry.name) + "\n" + Plain(entry.text) + "\n";
+    return text;
+}
+
 std::string Page(const CLI::App& farlink)
 {
     const CommandEntry root = ReadCommands(farlink);
@@ -102,7 +132,8 @@ std::string Page(const CLI::App& farlink)
                        "\n.SH SYNOPSIS\n" + Synopsis(root) + " [" + Bold("--help") + "]" +
                        "\n.SH DESCRIPTION\n" + Plain(root.description) + ".\n";
     for (const std::string& note : root.notes)
-        text += Describe(note);
+        if (note != kExitStatusHelp)
+            text += Describe(note);
     text += ".SH OPTIONS\n";
     for (const OptionEntry& option : root.options)
         text += Describe(option);
@@ -110,7 +141,8 @@ std::string Page(const CLI::App& farlink)
     for (const CommandEntry* command : Flatten(root))
         if (command->commands.empty() || !command->needsCommand)
             text += Describe(*command);
-    return text;
+    return text + ".SH EXIT STATUS\n" + Plain(kExitStatusHelp) + "\n.SH ENVIRONMENT\n" +
+           Describe(kVariables) + ".SH FILES\n" + Describe(kFiles);
 }
 
 }  // namespace
