@@ -1,6 +1,9 @@
 #include "spooler/database.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -69,18 +72,31 @@ const char* AdviceOn(DWORD word)
     }
 }
 
+// The library would make the file by the process's mask, and gives its helper files the same rights.
+void MakePrivate(const std::string& path)
+{
+    if (path == ":memory:")
+        return;
+    const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (file < 0)
+        return;  // the library says why
+    (void)fchmod(file, 0600);
+    close(file);
+}
+
 }  // namespace
 
-Database::Database(const std::string& file, bool mayBeNew) : path(file)
+Database::Database(const std::string& file) : path(file)
 {
     try {
+        MakePrivate(path);
         const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
         if (const int result = sqlite3_open_v2(path.c_str(), &connection, flags, nullptr);
             result != SQLITE_OK)
             Fail(result);
         Configure();
         CheckStructure();
-        BringToSchema(mayBeNew);
+        BringToSchema();
     } catch (...) {
         Close();
         throw;
@@ -141,33 +157,32 @@ void Database::CheckStructure()
         Fail(SQLITE_CORRUPT);
 }
 
-void Database::BringToSchema(bool mayBeNew)
+void Database::BringToSchema()
 {
     // Two processes may find the new file at once: the second looks again when the first is through.
     Execute("BEGIN IMMEDIATE");
     const int version = ReadPragma("PRAGMA user_version");
     const int application = ReadPragma("PRAGMA application_id");
-    const bool isNew =
-        version == 0 && application == 0 && ReadPragma("SELECT count(*) FROM sqlite_master") == 0;
-    if (isNew && !mayBeNew)
-        Throw(ERROR_FILE_CORRUPT, "The state database " + path + " is empty, but documents lie beside it. " +
-                                      AdviceOn(ERROR_FILE_CORRUPT));
-    if (isNew)
-        CreateSchema();
-    else if (application != kApplicationId)
+    if (version == 0 && application == 0 && ReadPragma("SELECT count(*) FROM sqlite_master") == 0) {
+        Execute(kSchema);
+        SetVersion();
+    } else if (application != kApplicationId) {
         Throw(ERROR_FILE_CORRUPT, "The file " + path + " is not a database of this spooler. Move it away.");
-    else if (version != kSchemaVersion)
+    } else if (version == kVersionWithJobs) {
+        Execute(kDropJobs);
+        SetVersion();
+    } else if (version != kSchemaVersion) {
         Throw(ERROR_REVISION_MISMATCH, "The state database " + path + " has version " +
                                            std::to_string(version) + ", this program knows version " +
                                            std::to_string(kSchemaVersion) +
                                            ". Use the program that made it, or choose another folder with "
                                            "FARLINK_STATE.");
+    }
     Execute("COMMIT");
 }
 
-void Database::CreateSchema()
+void Database::SetVersion()
 {
-    Execute(kSchema);
     Execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
     Execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
 }
@@ -283,18 +298,9 @@ int Database::Use::RowsChanged() const
     return sqlite3_changes(database.connection);
 }
 
-Database::Change::Change(Database& owner, Durability wanted)
-    : Use(owner), outermost(owner.changesUnderWay == 0), durability(wanted)
+Database::Change::Change(Database& owner) : Use(owner), outermost(owner.changesUnderWay == 0)
 {
-    if (durability == Durability::Relaxed && outermost)
-        database.Execute("PRAGMA synchronous = NORMAL");
-    try {
-        database.Execute(outermost ? "BEGIN IMMEDIATE" : "SAVEPOINT inner");
-    } catch (...) {
-        if (outermost)
-            sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
-        throw;
-    }
+    database.Execute(outermost ? "BEGIN IMMEDIATE" : "SAVEPOINT inner");
     ++database.changesUnderWay;
 }
 
@@ -304,8 +310,6 @@ Database::Change::~Change()
     if (open)
         sqlite3_exec(database.connection, outermost ? "ROLLBACK" : "ROLLBACK TO inner; RELEASE inner",
                      nullptr, nullptr, nullptr);
-    if (outermost)
-        sqlite3_exec(database.connection, "PRAGMA synchronous = FULL", nullptr, nullptr, nullptr);
 }
 
 void Database::Change::Commit()

@@ -23,9 +23,9 @@ namespace spooler {
 // the few statements that belong together and never across a call into a monitor.
 class Database {
 public:
-    // Opens or makes the file and brings a new one to the present schema. A damaged file is refused here,
-    // before anything is made of what it holds; without `mayBeNew` an empty or missing one is, too.
-    Database(const std::string& path, bool mayBeNew);
+    // Opens or makes the file, for its owner alone, and brings it to the present schema. A damaged file is
+    // refused here, before anything is made of what it holds. ":memory:" is one that ends with the object.
+    explicit Database(const std::string& path);
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
@@ -99,16 +99,11 @@ public:
         std::lock_guard<std::recursive_mutex> lock;
     };
 
-    enum class Durability {
-        Safe,    // on disk when Commit returns
-        Relaxed  // whole or not at all after a loss of power; for what is only told, not promised
-    };
-
     // A Use whose changes take effect together at Commit, and not at all without it. Inside another one of
     // the same thread it takes effect with that one.
     class Change : public Use {
     public:
-        explicit Change(Database& owner, Durability wanted = Durability::Safe);
+        explicit Change(Database& owner);
         ~Change();
         Change(const Change&) = delete;
         Change& operator=(const Change&) = delete;
@@ -117,7 +112,6 @@ public:
     private:
         const bool outermost;
         bool open = true;
-        Durability durability;
     };
 
 private:
@@ -126,8 +120,8 @@ private:
     void Configure();
     void SwitchToWal();
     void CheckStructure();
-    void BringToSchema(bool mayBeNew);
-    void CreateSchema();
+    void BringToSchema();
+    void SetVersion();
     int ReadPragma(const char* sql);
     void Close();
     [[noreturn]] void Fail(int result);

@@ -7,16 +7,15 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "spooler/api_visibility.h"
 
 namespace spooler {
 
 // A document that is to be printed, as often as need be. Used by one thread at a time. What can't be read
-// throws SpoolerError with a sentence for people:
-//   ERROR_INVALID_DATA     it is empty
-//   ERROR_PRINT_CANCELLED  a stop was asked while it was taken in
-//   ERROR_FILE_INVALID     it changed since it was opened
-// and else the system's word.
-class __attribute__((visibility("default"))) Document {
+// throws SpoolerError with a sentence for people: ERROR_INVALID_PARAMETER for an empty one,
+// ERROR_PRINT_CANCELLED when a stop was asked while it was taken in, ERROR_FILE_CORRUPT when it changed since
+// it was opened, and else the system's word.
+class SPOOLER_API Document {
 public:
     // A regular file is read where it lies, without a copy, whatever becomes of its name. Anything else (a
     // pipe, a FIFO, a terminal) is opened once, which doesn't wait for a writer, and taken in whole into a
@@ -31,20 +30,20 @@ public:
     Document(const Document&) = delete;
     Document& operator=(const Document&) = delete;
 
-    std::uint64_t Size() const { return size; }  // in bytes, never 0
+    std::uint64_t Size() const { return end - begin; }  // in bytes, never 0
     // All `buffer` from `offset` on, which lie within the document.
     void Read(std::uint64_t offset, std::span<BYTE> buffer) const;
     // Throws when the file has another length or time of change than when it was opened.
     void RequireUnchanged() const;
 
 private:
-    Document(int file, std::string name, std::uint64_t begin);
-    static std::unique_ptr<Document> Open(int descriptor, const std::string& name, std::stop_token stop);
+    // Takes the file over.
+    Document(int opened, std::string documentName, std::uint64_t from);
 
     const int file;
     const std::string name;
     const std::uint64_t begin;
-    std::uint64_t size = 0;
+    std::uint64_t end = 0;
     std::int64_t changedAt = 0;  // ns
 };
 

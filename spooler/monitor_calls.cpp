@@ -66,7 +66,6 @@ SPOOLER_EXPORT BOOL AddMonitorW(LPWSTR, DWORD level, LPBYTE monitors)
                              info->pDLLName != nullptr && *info->pDLLName != 0,
                          "A monitor needs a name and a library.");
         const std::shared_ptr<Instance> spooler = Instance::Get();
-        spooler->RequireAdministrator();
         spooler->monitors->Add(info->pName, info->pDLLName);
     });
 }
@@ -76,7 +75,6 @@ SPOOLER_EXPORT BOOL DeleteMonitorW(LPWSTR, LPWSTR, LPWSTR monitorName)
     return BoolCall([&] {
         RequireParameter(monitorName != nullptr, "A monitor's name is needed.");
         const std::shared_ptr<Instance> spooler = Instance::Get();
-        spooler->RequireAdministrator();
         spooler->monitors->Remove(monitorName);
     });
 }
@@ -114,7 +112,6 @@ SPOOLER_EXPORT BOOL SetMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR name
     return BoolCall([&] {
         RequireReference(name);
         const std::shared_ptr<Instance> spooler = Instance::Get();
-        spooler->RequireAdministrator();
         const std::span bytes(reinterpret_cast<const BYTE*>(&value), sizeof(value));
         spooler->registry->SetValue(SettingsKey(*spooler, monitor, key, true), name, REG_DWORD, bytes);
     });
@@ -125,7 +122,6 @@ SPOOLER_EXPORT BOOL DeleteMonitorSetting(LPCWSTR monitor, LPCWSTR key, LPCWSTR n
     return BoolCall([&] {
         RequireReference(name);
         const std::shared_ptr<Instance> spooler = Instance::Get();
-        spooler->RequireAdministrator();
         spooler->registry->RemoveValue(SettingsKey(*spooler, monitor, key, false), name);
     });
 }

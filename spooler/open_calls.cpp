@@ -4,8 +4,8 @@
 
 #include "platform/posix/utf.h"
 #include "spooler/api.h"
+#include "spooler/job.h"
 #include "spooler/monitor.h"
-#include "spooler/printer_handle.h"
 
 namespace spooler {
 
@@ -30,8 +30,9 @@ std::shared_ptr<Monitor> Found(std::shared_ptr<Monitor> monitor, const char* kin
     return monitor;
 }
 
-HANDLE OpenSession(Instance& spooler, const WideString& name, ACCESS_MASK access)
+HANDLE OpenSession(const WideString& name, ACCESS_MASK access)
 {
+    const std::shared_ptr<Instance> spooler = Instance::Get();
     std::optional<WideString> object = ObjectOf(name, TEXT("XcvMonitor "));
     const bool isMonitor = object.has_value();
     if (!isMonitor)
@@ -39,21 +40,29 @@ HANDLE OpenSession(Instance& spooler, const WideString& name, ACCESS_MASK access
     if (!object)
         Throw(ERROR_INVALID_PRINTER_NAME,
               "\"" + ToUtf8(name) + "\" is neither a monitor's nor a port's name.");
-    if ((access & SERVER_ACCESS_ADMINISTER) != 0)
-        spooler.RequireAdministrator();
     std::shared_ptr<Monitor> monitor = isMonitor
-                                           ? Found(spooler.monitors->Load(*object), "monitor", *object)
-                                           : Found(spooler.monitors->OwnerOfPort(*object), "port", *object);
+                                           ? Found(spooler->monitors->Load(*object), "monitor", *object)
+                                           : Found(spooler->monitors->OwnerOfPort(*object), "port", *object);
     return HandleTable::Instance().Add(
         std::make_shared<XcvSession>(std::move(monitor), object->c_str(), access));
 }
 
-HANDLE OpenPrinter(Instance& spooler, const WideString& name)
+// The printer of the document that this process prints. A document in channel mode has neither printer nor
+// job.
+HANDLE OpenJobPrinter(LPCWSTR name)
 {
-    const std::optional<Printer> printer = spooler.printers->Find(name);
-    if (!printer)
-        Throw(ERROR_INVALID_PRINTER_NAME, "There is no printer \"" + ToUtf8(name) + "\".");
-    return HandleTable::Instance().Add(std::make_shared<PrinterHandle>(printer->name));
+    std::shared_ptr<Job> job;
+    if (name != nullptr) {
+        job = Job::Current();
+        if (job == nullptr || job->printer != name)
+            Throw(ERROR_INVALID_PRINTER_NAME, "There is no printer \"" + ToUtf8(name) + "\".");
+    }
+    return HandleTable::Instance().Add(std::make_shared<JobPrinter>(std::move(job)));
+}
+
+bool IsSessionName(LPCWSTR name)
+{
+    return name != nullptr && *name == TEXT(',');
 }
 
 }  // namespace
@@ -63,14 +72,8 @@ SPOOLER_EXPORT BOOL OpenPrinterW(LPWSTR name, LPHANDLE printer, PRINTER_DEFAULTS
     return BoolCall([&] {
         RequireReference(printer);
         *printer = nullptr;
-        const std::shared_ptr<Instance> spooler = Instance::Get();
         const ACCESS_MASK access = defaults == nullptr ? 0 : defaults->DesiredAccess;
-        if (name == nullptr)
-            *printer = HandleTable::Instance().Add(std::make_shared<PrinterHandle>(WideString()));
-        else if (*name == TEXT(','))
-            *printer = OpenSession(*spooler, name, access);
-        else
-            *printer = OpenPrinter(*spooler, name);
+        *printer = IsSessionName(name) ? OpenSession(name, access) : OpenJobPrinter(name);
     });
 }
 
@@ -81,7 +84,7 @@ SPOOLER_EXPORT BOOL ClosePrinter(HANDLE printer)
         if (std::dynamic_pointer_cast<XcvSession>(Opened<HandleObject>(printer)) != nullptr)
             HandleTable::Instance().Close<XcvSession>(printer);
         else
-            HandleTable::Instance().Close<PrinterHandle>(printer);
+            HandleTable::Instance().Close<JobPrinter>(printer);
     });
 }
 

@@ -2,6 +2,8 @@
 
 #include <span>
 
+#include "spooler/api_visibility.h"
+
 namespace spooler {
 
 // How an attempt at a document ended.
@@ -32,7 +34,7 @@ struct Rule {
 };
 
 // The whole policy, a rule for each outcome. `farlink print` and the CUPS backend go by it alone.
-__attribute__((visibility("default"))) std::span<const Rule> Policy();
-__attribute__((visibility("default"))) const Rule& RuleFor(Outcome outcome);
+SPOOLER_API std::span<const Rule> Policy();
+SPOOLER_API const Rule& RuleFor(Outcome outcome);
 
 }  // namespace spooler

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "spooler/api_visibility.h"
 
 namespace spooler {
 
@@ -27,9 +28,9 @@ struct LogSettings {
 
 // Both are read anew at each call, from the state folder, without loading a monitor. They throw SpoolerError:
 // ERROR_UNKNOWN_PORT, or what keeps the state folder from being used.
-__attribute__((visibility("default"))) PortSettings StoredPort(const std::string& name);
-__attribute__((visibility("default"))) LogSettings StoredLogSettings();
+SPOOLER_API PortSettings StoredPort(const std::string& name);
+SPOOLER_API LogSettings StoredLogSettings();
 // The names of all ports that are stored.
-__attribute__((visibility("default"))) std::vector<std::string> StoredPortNames();
+SPOOLER_API std::vector<std::string> StoredPortNames();
 
 }  // namespace spooler

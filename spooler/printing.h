@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "platform/platform.h"
+#include "spooler/api_visibility.h"
 #include "spooler/document.h"
 #include "spooler/policy.h"
 #include "spooler/port_settings.h"
@@ -92,10 +93,10 @@ struct Order {
 // document at a time in a process: a second call meanwhile throws ERROR_BUSY. A stop, from any thread, ends
 // whatever is blocked at once (by deleting the attempt's private port) and gives CancelledHere, unless the
 // document was through by then. What may keep it for a moment longer: the system's look-up of a host name.
-__attribute__((visibility("default"))) Result PrintDocument(const Order& order, const Document& document,
-                                                            Listener& listener, std::stop_token stop);
+SPOOLER_API Result PrintDocument(const Order& order, const Document& document, Listener& listener,
+                                 std::stop_token stop);
 
 // A text from outside as it may reach a terminal: control characters and what is no UTF-8 are replaced.
-__attribute__((visibility("default"))) std::string Printable(std::string_view text);
+SPOOLER_API std::string Printable(std::string_view text);
 
 }  // namespace spooler

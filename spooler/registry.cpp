@@ -1,7 +1,5 @@
 #include "spooler/registry.h"
 
-#include <optional>
-
 #include "spooler/spooler_error.h"
 
 namespace spooler {
@@ -12,7 +10,7 @@ constexpr Registry::Key kNoParent = 0;
 
 thread_local Registry::Batch* currentBatch = nullptr;
 
-std::optional<Registry::Key> Find(Database::Use& use, Registry::Key parent, WideStringView name)
+std::optional<Registry::Key> FindKey(Database::Use& use, Registry::Key parent, WideStringView name)
 {
     auto row = use.Ask("SELECT id FROM registry_keys WHERE parent = ? AND name = ?", parent, name);
     if (!row.Next())
@@ -70,8 +68,10 @@ void Registry::MustExist(Database::Use& use, Key key)
 
 Registry::Key Registry::Root(WideStringView monitor)
 {
+    if (const std::optional<Key> known = Find(kNoParent, monitor))
+        return *known;  // without a change, for which others might have to wait
     Database::Change change(*database);
-    const std::optional<Key> found = Find(change, kNoParent, monitor);
+    const std::optional<Key> found = FindKey(change, kNoParent, monitor);
     const Key root = found ? *found : Insert(change, kNoParent, monitor);
     change.Commit();
     return root;
@@ -94,21 +94,27 @@ Registry::Key Registry::Create(Key parent, WideStringView name, bool* made)
 {
     Database::Change change(*database);
     MustExist(change, parent);
-    const std::optional<Key> found = Find(change, parent, name);
+    const std::optional<Key> found = FindKey(change, parent, name);
     const Key key = found ? *found : Insert(change, parent, name);
     change.Commit();
-    *made = !found;
-    if (*made)
+    if (made != nullptr)
+        *made = !found;
+    if (!found)
         ++generation;
     return key;
 }
 
-Registry::Key Registry::Open(Key parent, WideStringView name)
+std::optional<Registry::Key> Registry::Find(Key parent, WideStringView name)
 {
     Database::Use use(*database);
-    const std::optional<Key> found = Find(use, parent, name);
-    if (found)
+    return FindKey(use, parent, name);
+}
+
+Registry::Key Registry::Open(Key parent, WideStringView name)
+{
+    if (const std::optional<Key> found = Find(parent, name))
         return *found;
+    Database::Use use(*database);
     MustExist(use, parent);
     Throw(ERROR_FILE_NOT_FOUND, "There is no such settings key.");
 }
@@ -118,7 +124,7 @@ void Registry::Remove(Key parent, WideStringView name)
     CommitBatch();
     Database::Change change(*database);
     MustExist(change, parent);
-    const std::optional<Key> found = Find(change, parent, name);
+    const std::optional<Key> found = FindKey(change, parent, name);
     if (!found)
         Throw(ERROR_FILE_NOT_FOUND, "There is no such settings key.");
     if (change.Ask("SELECT 1 FROM registry_keys WHERE parent = ? LIMIT 1", *found).Next())
@@ -191,13 +197,21 @@ void Registry::SetValue(Key key, WideStringView name, DWORD type, std::span<cons
     currentBatch->waiting.push_back(std::move(stored));
 }
 
-Registry::Value Registry::GetValue(Key key, WideStringView name)
+std::optional<Registry::Value> Registry::FindValue(Key key, WideStringView name)
 {
     CommitBatch();
     Database::Use use(*database);
     auto row = use.Ask("SELECT type, data FROM registry_values WHERE key = ? AND name = ?", key, name);
-    if (row.Next())
-        return {static_cast<DWORD>(row.Integer(0)), row.Bytes(1)};
+    if (!row.Next())
+        return std::nullopt;
+    return Value{static_cast<DWORD>(row.Integer(0)), row.Bytes(1)};
+}
+
+Registry::Value Registry::GetValue(Key key, WideStringView name)
+{
+    if (std::optional<Value> found = FindValue(key, name))
+        return *std::move(found);
+    Database::Use use(*database);
     MustExist(use, key);
     Throw(ERROR_FILE_NOT_FOUND, "There is no such setting.");
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -66,8 +67,10 @@ public:
     // Removes a monitor's root key with all below it; nothing if there is none.
     void RemoveRoot(WideStringView monitor);
 
-    Key Create(Key parent, WideStringView name, bool* made);
+    // `made` may be null.
+    Key Create(Key parent, WideStringView name, bool* made = nullptr);
     Key Open(Key parent, WideStringView name);
+    std::optional<Key> Find(Key parent, WideStringView name);
     // Refuses a key that holds keys with ERROR_ACCESS_DENIED.
     void Remove(Key parent, WideStringView name);
     // In the order of the names.
@@ -77,6 +80,7 @@ public:
 
     void SetValue(Key key, WideStringView name, DWORD type, std::span<const BYTE> data);
     Value GetValue(Key key, WideStringView name);
+    std::optional<Value> FindValue(Key key, WideStringView name);
     void RemoveValue(Key key, WideStringView name);
 
     // Moves on with every change that this process makes.

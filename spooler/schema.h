@@ -3,11 +3,9 @@
 namespace spooler {
 
 // The database's tables, at version kSchemaVersion (PRAGMA user_version).
-inline constexpr int kSchemaVersion = 1;
+inline constexpr int kSchemaVersion = 2;
 inline constexpr int kApplicationId = 0x4641524C;  // "FARL"
 
-// The values of jobs.state are JobState's (spooler/job_store.h). A row in state 'spooling' belongs to
-// the process that holds a lock on its document.
 inline constexpr const char* kSchema = R"(
 CREATE TABLE monitors (
     id INTEGER PRIMARY KEY,
@@ -28,40 +26,11 @@ CREATE TABLE registry_values (
     data BLOB NOT NULL,
     PRIMARY KEY (key, name)
 ) WITHOUT ROWID;
-CREATE TABLE printers (
-    name TEXT NOT NULL COLLATE NAME PRIMARY KEY,
-    port TEXT NOT NULL COLLATE NAME,
-    monitor TEXT NOT NULL COLLATE NAME
-) WITHOUT ROWID;
-CREATE TABLE ports (  -- ports that ever had a job: the number is the offset of the port's lock
-    id INTEGER PRIMARY KEY,
-    name TEXT NOT NULL COLLATE NAME UNIQUE
-);
-CREATE TABLE jobs (
-    id INTEGER PRIMARY KEY AUTOINCREMENT,
-    printer TEXT NOT NULL COLLATE NAME,
-    port INTEGER NOT NULL REFERENCES ports (id),
-    monitor TEXT NOT NULL COLLATE NAME,
-    document TEXT NOT NULL,
-    user TEXT NOT NULL,
-    machine TEXT NOT NULL,
-    submitted INTEGER NOT NULL DEFAULT (unixepoch()),
-    finished INTEGER NOT NULL DEFAULT 0,
-    bytes INTEGER NOT NULL DEFAULT 0,
-    state INTEGER NOT NULL,
-    restart INTEGER NOT NULL DEFAULT 0,
-    deleting INTEGER NOT NULL DEFAULT 0,
-    sent INTEGER NOT NULL DEFAULT 0,
-    attempts INTEGER NOT NULL DEFAULT 0,
-    failures INTEGER NOT NULL DEFAULT 0,
-    phase INTEGER NOT NULL DEFAULT 0,
-    written INTEGER NOT NULL DEFAULT 0,
-    last_error INTEGER NOT NULL DEFAULT 0,
-    reason TEXT NOT NULL DEFAULT ''
-);
-CREATE INDEX jobs_of_port ON jobs (port, state);
-CREATE INDEX jobs_of_printer ON jobs (printer);
 INSERT INTO monitors (name, library) VALUES ('Remote TCP/IP Card Printer Port', 'Farlink.dll');
 )";
+
+// Version 1 kept jobs, too. Its ports and settings are the same.
+inline constexpr int kVersionWithJobs = 1;
+inline constexpr const char* kDropJobs = "DROP TABLE jobs; DROP TABLE ports; DROP TABLE printers;";
 
 }  // namespace spooler

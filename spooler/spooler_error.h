@@ -4,12 +4,13 @@
 #include <utility>
 
 #include "platform/platform.h"
+#include "spooler/api_visibility.h"
 
 namespace spooler {
 
 // A failure on its way to one of the entry functions, where it becomes the thread's last error and
 // text. Nothing else is thrown in the spooler, and nothing leaves an entry function.
-struct SpoolerError {
+struct SPOOLER_API SpoolerError {
     DWORD word;
     std::string text;  // UTF-8: what is wrong and, where the user can mend it, what to do
 };

@@ -1,13 +1,15 @@
 #include "spooler/state_folder.h"
 
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <vector>
 
-#include "spooler/account.h"
 #include "spooler/spooler_error.h"
 
 namespace spooler {
@@ -22,12 +24,13 @@ std::string Environment(const char* name)
 
 std::string HomeFolder()
 {
-    std::string home = Environment("HOME");
-    if (!home.empty())
+    if (std::string home = Environment("HOME"); !home.empty())
         return home;
-    home = CurrentAccount().home;
-    if (!home.empty())
-        return home;
+    std::vector<char> buffer(std::size_t{16} * 1024);
+    passwd entry = {};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr)
+        return found->pw_dir;
     Throw(ERROR_PATH_NOT_FOUND, "There is no home folder for the spooler's state. Set FARLINK_STATE.");
 }
 
@@ -41,16 +44,43 @@ std::string ChosenPath()
     return HomeFolder() + "/.local/state/farlink";
 }
 
+// In a folder of this account, or of root's: a folder that root made in somebody's home would lock the owner
+// out of it.
 void MakeFolder(const std::string& path)
 {
-    if (mkdir(path.c_str(), 0700) == 0)
-        return;
-    const int error = errno;
+    const std::string folder = "The spooler's state folder " + path;
     struct stat found = {};
-    if (error == EEXIST && stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode))
+    if (stat(path.c_str(), &found) == 0 && S_ISDIR(found.st_mode))
         return;
-    ThrowErrno("The spooler's state folder " + path + " can't be made (choose another with FARLINK_STATE)",
-               error == EEXIST ? ENOTDIR : error);
+    const std::string parent = path.substr(0, std::max<std::size_t>(1, path.rfind('/')));
+    if (stat(parent.c_str(), &found) == 0 && found.st_uid != geteuid() && found.st_uid != 0)
+        Throw(ERROR_ACCESS_DENIED, folder + " would lie in " + parent +
+                                       ", which belongs to another account. Run this as that account, or "
+                                       "choose another folder with FARLINK_STATE.");
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        ThrowErrno(folder + " can't be made (choose another with FARLINK_STATE)", errno);
+    if (stat(path.c_str(), &found) != 0 || !S_ISDIR(found.st_mode))
+        ThrowErrno(folder + " can't be made (choose another with FARLINK_STATE)", ENOTDIR);
+}
+
+// Root too has no business in another account's folder: that account would choose what root runs.
+void RequireOwn(const std::string& path)
+{
+    const std::string folder = "The spooler's state folder " + path;
+    struct stat found = {};
+    if (lstat(path.c_str(), &found) != 0)
+        ThrowErrno(folder + " can't be looked at", errno);
+    if (S_ISLNK(found.st_mode))
+        Throw(ERROR_ACCESS_DENIED, folder + " is a link. Name the folder itself with FARLINK_STATE.");
+    if (found.st_uid != geteuid())
+        Throw(ERROR_ACCESS_DENIED, folder +
+                                       " belongs to another account. Run this as that account, or "
+                                       "choose another folder with FARLINK_STATE.");
+    if ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        Throw(ERROR_ACCESS_DENIED, folder +
+                                       " can be written to by other accounts. If nobody has changed it, "
+                                       "take that away with 'chmod 700 " +
+                                       path + "'.");
 }
 
 }  // namespace
@@ -64,26 +94,7 @@ StateFolder::StateFolder()
     for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1))
         MakeFolder(path.substr(0, slash));
     MakeFolder(path);
-    MakeFolder(DocumentFolder());
-}
-
-std::string StateFolder::DocumentPath(DWORD jobId) const
-{
-    return DocumentFolder() + "/" + std::to_string(jobId) + ".spl";
-}
-
-bool StateFolder::HasDocuments() const
-{
-    std::error_code unreadable;
-    return !std::filesystem::is_empty(DocumentFolder(), unreadable) && !unreadable;
-}
-
-bool StateFolder::MayAdminister() const
-{
-    struct stat found = {};
-    if (stat(path.c_str(), &found) != 0)
-        return false;
-    return geteuid() == 0 || geteuid() == found.st_uid;
+    RequireOwn(path);
 }
 
 }  // namespace spooler

@@ -2,28 +2,17 @@
 
 #include <string>
 
-#include "platform/platform.h"
-
 namespace spooler {
 
-// The folder that holds everything the spooler keeps: the database, the documents of accepted jobs,
-// the lock file. File names in it come from job numbers and literals alone, never from outside.
+// The folder that holds everything the spooler keeps. It belongs to the account that this process runs as,
+// and to it alone: who may write to it decides which library is loaded.
 class StateFolder {
 public:
-    // Finds the folder by the environment and makes what is missing of it, for this user alone.
-    // Throws SpoolerError.
+    // Finds the folder by the environment and makes what is missing of it. Throws SpoolerError for one that
+    // is a link, belongs to another account, or can be written to by others.
     StateFolder();
 
     std::string DatabasePath() const { return path + "/spooler.db"; }
-    std::string LockPath() const { return path + "/ports.lock"; }
-    std::string DocumentFolder() const { return path + "/documents"; }
-    std::string DocumentPath(DWORD jobId) const;
-
-    bool HasDocuments() const;
-
-    // True when this process may change monitors and ports: it runs as the folder's owner or as root.
-    bool MayAdminister() const;
-
     const std::string& Path() const { return path; }
 
 private:

@@ -1,12 +1,16 @@
 // The embedded spooler's settings, monitors, ports, handles and state folder.
 
 #include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
+#include <optional>
 #include <thread>
 
 #include "platform/posix/utf.h"
@@ -84,9 +88,61 @@ DWORD ErrorOfOpening(WideString name)
     return GetLastError();
 }
 
+// No file of this process takes a byte while it stands.
+class FullDisk {
+public:
+    FullDisk()
+    {
+        (void)signal(SIGXFSZ, SIG_IGN);
+        EXPECT_EQ(0, getrlimit(RLIMIT_FSIZE, &before));
+        const rlimit none = {0, before.rlim_max};
+        EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &none));
+    }
+    ~FullDisk() { EXPECT_EQ(0, setrlimit(RLIMIT_FSIZE, &before)); }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit before = {};
+};
+
+class StateFolder : public SpoolerTest {
+protected:
+    void Sql(const char* sql) const
+    {
+        sqlite3* raw = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open((folder + "/spooler.db").c_str(), &raw));
+        EXPECT_EQ(SQLITE_OK, sqlite3_exec(raw, sql, nullptr, nullptr, nullptr)) << sqlite3_errmsg(raw);
+        sqlite3_close(raw);
+    }
+    static DWORD Setting(const WideString& name)
+    {
+        DWORD value = 0;
+        return GetMonitorSetting(TEXT("TEST"), TEXT("Ports"), name.c_str(), &value) ? value : 0;
+    }
+    // What a tool's command that stores two settings comes to: its result, or the last error without one.
+    DWORD StoreTwo(DWORD value, DWORD result, bool diskIsFull = false)
+    {
+        std::optional<FullDisk> full;
+        monitor.command = [&, value, result, diskIsFull] {
+            EXPECT_TRUE(SetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("One"), value));
+            EXPECT_TRUE(SetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Two"), value));
+            std::thread([&] { EXPECT_NE(value, Setting(TEXT("One"))) << "half stored"; }).join();
+            if (diskIsFull)
+                full.emplace();
+            return result;
+        };
+        DWORD needed = 0;
+        DWORD status = 0;
+        const Handle tool(TEXT(",XcvMonitor TEST"), SERVER_ACCESS_ADMINISTER);
+        const bool done = XcvDataW(tool, TEXT("Any"), nullptr, 0, nullptr, 0, &needed, &status) != FALSE;
+        return done ? status : GetLastError();
+    }
+};
+
 }  // namespace
 
-TEST_F(SpoolerTest, SettingsKeepThePlatformsContract)
+TEST_F(StateFolder, SettingsKeepThePlatformsContract)
 {
     Settings settings(monitor.Locked([](TestMonitorScript& script) { return script.init; }));
     const HKEYMONITOR root = settings.init.hckRegistryRoot;
@@ -119,7 +175,7 @@ TEST_F(SpoolerTest, SettingsKeepThePlatformsContract)
     EXPECT_EQ(6, settings.calls.fpCloseKey(ports, nullptr)) << "another spooler's handle";
 }
 
-TEST_F(SpoolerTest, SettingsValuesComeBackAsStored)
+TEST_F(StateFolder, SettingsValuesComeBackAsStored)
 {
     Settings settings(monitor.Locked([](TestMonitorScript& script) { return script.init; }));
     const HKEYMONITOR key = settings.Create(settings.init.hckRegistryRoot, TEXT("Ports"));
@@ -162,7 +218,7 @@ TEST_F(SpoolerTest, SettingsValuesComeBackAsStored)
     EXPECT_EQ(ERROR_UNKNOWN_PRINT_MONITOR, GetLastError());
 }
 
-TEST_F(SpoolerTest, MonitorsSettingsOutliveItsUnloadingButNotItsRemoval)
+TEST_F(StateFolder, MonitorsSettingsOutliveItsUnloadingButNotItsRemoval)
 {
     DWORD value = 0;
     EXPECT_TRUE(SetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Value"), 7));
@@ -191,7 +247,7 @@ TEST_F(SpoolerTest, MonitorsSettingsOutliveItsUnloadingButNotItsRemoval)
     EXPECT_FALSE(GetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Value"), &value));
 }
 
-TEST_F(SpoolerTest, BrokenMonitorIsRefusedAndDisturbsNoOther)
+TEST_F(StateFolder, BrokenMonitorIsRefusedAndDisturbsNoOther)
 {
     EXPECT_FALSE(AddMonitor(TEXT("none"), TEXT("/nonexistent/monitor.dll")));
     EXPECT_EQ(ERROR_MOD_NOT_FOUND, GetLastError());
@@ -210,7 +266,7 @@ TEST_F(SpoolerTest, BrokenMonitorIsRefusedAndDisturbsNoOther)
     EXPECT_EQ(0u, ErrorOfOpening(TEXT(",XcvPort two")));
 }
 
-TEST_F(SpoolerTest, PortsOfAllMonitorsArePackedAndMayGrowBetweenTheCalls)
+TEST_F(StateFolder, PortsOfAllMonitorsArePackedAndMayGrowBetweenTheCalls)
 {
     monitor.Locked([](TestMonitorScript& script) { script.portsAddedByNextEnumeration = {TEXT("NEW")}; });
     DWORD needed = 0;
@@ -243,15 +299,13 @@ TEST_F(SpoolerTest, PortsOfAllMonitorsArePackedAndMayGrowBetweenTheCalls)
     EXPECT_EQ(0u, needed + returned);
 }
 
-TEST_F(SpoolerTest, NamesOpenWhatThePlatformOpens)
+TEST_F(StateFolder, NamesOpenWhatThePlatformOpens)
 {
     const struct {
         LPCWSTR name;
         DWORD error;
     } cases[] = {
-        {TEXT("FIRST"), 0},
-        {TEXT("Third"), ERROR_INVALID_PRINTER_NAME},
-        {TEXT("First,"), ERROR_INVALID_PRINTER_NAME},
+        {TEXT("ONE"), ERROR_INVALID_PRINTER_NAME},
         {TEXT(",XcvMonitor test"), 0},
         {TEXT(", XcvPort one"), 0},
         {TEXT(",XcvPort THREE"), ERROR_UNKNOWN_PORT},
@@ -266,7 +320,7 @@ TEST_F(SpoolerTest, NamesOpenWhatThePlatformOpens)
     }
 }
 
-TEST_F(SpoolerTest, CommandsReachTheMonitorWithTheCallersOwnPointers)
+TEST_F(StateFolder, CommandsReachTheMonitorWithTheCallersOwnPointers)
 {
     BYTE input[4] = {};
     BYTE output[4] = {};
@@ -287,27 +341,31 @@ TEST_F(SpoolerTest, CommandsReachTheMonitorWithTheCallersOwnPointers)
     EXPECT_FALSE(XcvDataW(administrator, TEXT("Any"), input, 4, nullptr, 4, &needed, &status));
     EXPECT_FALSE(XcvDataW(administrator, TEXT("Any"), input, 4, output, 4, nullptr, &status));
     EXPECT_EQ(ERROR_INVALID_PARAMETER, GetLastError());
-    EXPECT_FALSE(XcvDataW(Handle(TEXT("First")), TEXT("Any"), input, 4, output, 4, &needed, &status));
+    HANDLE noSession = nullptr;
+    ASSERT_TRUE(OpenPrinterW(nullptr, &noSession, nullptr));
+    EXPECT_FALSE(XcvDataW(noSession, TEXT("Any"), input, 4, output, 4, &needed, &status));
     EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
+    EXPECT_TRUE(ClosePrinter(noSession));
 }
 
-TEST_F(SpoolerTest, StaleAndForeignHandlesAreRefused)
+TEST_F(StateFolder, StaleAndForeignHandlesAreRefused)
 {
     HANDLE printer = nullptr;
-    WideString name = TEXT("First");
-    ASSERT_TRUE(OpenPrinterW(name.data(), &printer, nullptr));
+    ASSERT_TRUE(OpenPrinterW(nullptr, &printer, nullptr));
     EXPECT_TRUE(ClosePrinter(printer));
+    // In use, so that it has the settings' keys.
+    EXPECT_EQ(0u, ErrorOfOpening(TEXT(",XcvPort ONE")));
     int foreign = 0;
     const HANDLE root = monitor.Locked([](TestMonitorScript& script) { return script.init.hckRegistryRoot; });
     for (const HANDLE handle : {printer, HANDLE{nullptr}, HANDLE{&foreign}, INVALID_HANDLE_VALUE, root}) {
         EXPECT_FALSE(ClosePrinter(handle));
         EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
-        EXPECT_FALSE(EndDocPrinter(handle));
+        EXPECT_FALSE(SetJobW(handle, 1, 0, nullptr, JOB_CONTROL_DELETE));
         EXPECT_EQ(ERROR_INVALID_HANDLE, GetLastError());
     }
 }
 
-TEST_F(SpoolerTest, TokensAreGivenBackByTheirThreadInReverseOrder)
+TEST_F(StateFolder, TokensAreGivenBackByTheirThreadInReverseOrder)
 {
     const HANDLE outer = RevertToPrinterSelf();
     const HANDLE inner = RevertToPrinterSelf();
@@ -325,7 +383,7 @@ TEST_F(SpoolerTest, TokensAreGivenBackByTheirThreadInReverseOrder)
     EXPECT_FALSE(ImpersonatePrinterClient(outer));
 }
 
-TEST_F(SpoolerTest, FreshFolderKnowsTheProductsMonitor)
+TEST_F(StateFolder, FreshFolderKnowsTheProductsMonitor)
 {
     Restart();
     std::filesystem::remove_all(folder);
@@ -340,48 +398,118 @@ TEST_F(SpoolerTest, FreshFolderKnowsTheProductsMonitor)
     const std::filesystem::path library(ToUtf8(info->pDLLName));
     EXPECT_EQ("Farlink.dll", library.filename());
     EXPECT_TRUE(std::filesystem::exists(library.parent_path() / "libspoolss.so")) << library;
-    EXPECT_EQ(std::filesystem::perms::owner_all, std::filesystem::status(folder).permissions());
+    const auto rights = [](const std::string& path) {
+        return static_cast<unsigned>(std::filesystem::status(path).permissions());
+    };
+    EXPECT_EQ(0700u, rights(folder));
+    EXPECT_EQ(0600u, rights(folder + "/spooler.db"));
 }
 
-TEST_F(SpoolerTest, ManyProcessesMayFindTheFolderFreshAtOnce)
+TEST_F(StateFolder, ManyProcessesMayFindTheFolderFreshAtOnce)
 {
     for (int round = 0; round < 3; ++round) {
         Restart();
         std::filesystem::remove_all(folder);
-        std::vector<std::unique_ptr<Companion>> processes(8);
-        for (auto& process : processes)
-            process = std::make_unique<Companion>("open");
-        for (auto& process : processes)
-            EXPECT_TRUE(process->Succeeds());
+        std::vector<Companion> processes(8);
+        for (Companion& process : processes)
+            EXPECT_TRUE(process.Succeeds());
     }
 }
 
-TEST_F(SpoolerTest, UnusableStateIsExplained)
+TEST_F(StateFolder, UnusableStateIsExplained)
 {
     const auto failure = [] {
         DWORD needed = 0;
         DWORD returned = 0;
-        const BOOL listed = EnumPrintersW(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &returned);
-        return listed ? ERROR_SUCCESS : GetLastError();
+        const BOOL listed = EnumMonitorsW(nullptr, 2, nullptr, 0, &needed, &returned);
+        return listed || needed != 0 ? ERROR_SUCCESS : GetLastError();
     };
     const std::string database = folder + "/spooler.db";
     Restart();
-    sqlite3* raw = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(database.c_str(), &raw));
-    ASSERT_EQ(SQLITE_OK, sqlite3_exec(raw, "PRAGMA user_version = 99", nullptr, nullptr, nullptr));
-    sqlite3_close(raw);
+    Sql("PRAGMA user_version = 99");
     EXPECT_EQ(ERROR_REVISION_MISMATCH, failure());
-
     for (const char* left : {"-wal", "-shm"})
         std::filesystem::remove(database + left);
     std::ofstream(database, std::ios::trunc) << std::string(10000, 'x');
     EXPECT_EQ(ERROR_FILE_CORRUPT, failure());
     EXPECT_NE(std::string::npos, ErrorText().find(database)) << ErrorText();
 
-    std::filesystem::remove_all(folder);
+    const std::string elsewhere = folder + ".elsewhere";
+    std::filesystem::rename(folder, elsewhere);
     std::ofstream(folder) << "a file in the folder's place";
     EXPECT_EQ(ERROR_PATH_NOT_FOUND, failure());
     EXPECT_NE(std::string::npos, ErrorText().find("FARLINK_STATE")) << ErrorText();
     std::filesystem::remove(folder);
+    std::filesystem::create_directory_symlink(elsewhere, folder);
+    EXPECT_EQ(ERROR_ACCESS_DENIED, failure());
+    EXPECT_NE(std::string::npos, ErrorText().find("is a link")) << ErrorText();
+    std::filesystem::remove(folder);
+    std::filesystem::remove_all(elsewhere);
+    std::filesystem::create_directory(folder);
+    ASSERT_EQ(0, chmod(folder.c_str(), 0770));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, failure());
+    EXPECT_NE(std::string::npos, ErrorText().find("chmod 700")) << ErrorText();
+    std::filesystem::remove(folder);
     EXPECT_EQ(ERROR_SUCCESS, failure()) << "mended, and opened by the next call";
+}
+
+// Root has no business in a user's folder, and makes none in a user's home.
+TEST_F(StateFolder, AnotherAccountsFolderIsLeftAlone)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "takes root";
+    Restart();
+    const std::string home = folder + "/home";
+    std::filesystem::create_directory(home);
+    ASSERT_EQ(0, chown(home.c_str(), 1234, 1234));
+    DWORD needed = 0;
+    DWORD returned = 0;
+    for (const std::string& state : {home, home + "/state"}) {
+        setenv("FARLINK_STATE", state.c_str(), 1);
+        EXPECT_FALSE(EnumMonitorsW(nullptr, 2, nullptr, 0, &needed, &returned));
+        EXPECT_EQ(ERROR_ACCESS_DENIED, GetLastError());
+        EXPECT_NE(std::string::npos, ErrorText().find("another account")) << ErrorText();
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(home));
+    setenv("FARLINK_STATE", folder.c_str(), 1);
+}
+
+TEST_F(StateFolder, ADamagedDatabaseIsRefusedWhereverTheDamageIs)
+{
+    Restart();
+    const std::string database = folder + "/spooler.db";
+    const std::string sound = database + ".sound";
+    Sql("PRAGMA wal_checkpoint(TRUNCATE)");
+    std::filesystem::copy_file(database, sound);
+    DWORD value = 0;
+    for (std::uintmax_t page = 0; page < std::filesystem::file_size(sound) / 4096; ++page) {
+        std::fstream file(database, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(page * 4096));
+        file << std::string(4096, 'x');
+        file.close();
+        EXPECT_FALSE(GetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Value"), &value)) << page;
+        EXPECT_EQ(ERROR_FILE_CORRUPT, GetLastError()) << page << ": " << ErrorText();
+        std::filesystem::copy_file(sound, database, std::filesystem::copy_options::overwrite_existing);
+    }
+}
+
+// A folder of the version that kept jobs has its ports and settings still.
+TEST_F(StateFolder, AFolderWithJobsKeepsItsSettings)
+{
+    DWORD value = 0;
+    EXPECT_TRUE(SetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Value"), 7));
+    Restart();
+    Sql("CREATE TABLE jobs (id); CREATE TABLE ports (id); CREATE TABLE printers (id); PRAGMA user_version = "
+        "1");
+    EXPECT_TRUE(GetMonitorSetting(TEXT("TEST"), TEXT("Ports"), TEXT("Value"), &value)) << ErrorText();
+    EXPECT_EQ(7u, value);
+}
+
+TEST_F(StateFolder, ACommandStoresItsSettingsTogetherOrNotAtAll)
+{
+    EXPECT_EQ(0u, StoreTwo(1, ERROR_SUCCESS));
+    EXPECT_EQ(ERROR_ACCESS_DENIED, StoreTwo(2, ERROR_ACCESS_DENIED));
+    EXPECT_EQ(ERROR_DISK_FULL, StoreTwo(3, ERROR_SUCCESS, true));
+    EXPECT_EQ(1u, Setting(TEXT("One")));
+    EXPECT_EQ(1u, Setting(TEXT("Two")));
 }

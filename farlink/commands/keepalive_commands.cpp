@@ -25,12 +25,6 @@ void Say(const Run& run, KeepAlive values)
              {"timeout", std::to_string(values.timeout) + " s (silence after which the link is given up)"}});
 }
 
-void Store(const WideString& port, KeepAlive values)
-{
-    RequireIdle(port);
-    SetKeepAlive(port, values);
-}
-
 void Set(const Run& run, const TimesOptions& options)
 {
     if (!options.times.period && !options.times.timeout)
@@ -39,7 +33,7 @@ void Set(const Run& run, const TimesOptions& options)
     KeepAlive values = GetKeepAlive(port);
     values.period = options.times.period.value_or(values.period);
     values.timeout = options.times.timeout.value_or(values.timeout);
-    Store(port, values);
+    SetKeepAlive(port, values);
     Say(run, GetKeepAlive(port));
     WarnOfShortTimeout(ToUtf8(port), values);
 }
@@ -75,7 +69,7 @@ void AddKeepAliveCommands(CLI::App& farlink, Run& run)
     defaults->callback([&run, options] {
         const KeepAlive values = GetDefaultKeepAlive();
         if (!options->port.empty())
-            Store(FindPortByName(options->port), values);
+            SetKeepAlive(FindPortByName(options->port), values);
         Say(run, values);
     });
 }

@@ -60,7 +60,6 @@ void Add(Run& run, const PortOptions& options)
 void SetOne(Run& run, const PortOptions& options, const WideString& name)
 {
     PortSettings port = GetPort(name);
-    RequireIdle(name);
     SettingsChange change;
     if (!options.server.empty())
         port.server = ToUtf16(options.server);

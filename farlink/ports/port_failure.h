@@ -4,7 +4,7 @@
 
 namespace farlink {
 
-// Of the calling thread's last failed QueryPort or CheckPort. A word of the monitor's sockets says more
+// Of the calling thread's last failed QueryPort. A word of the monitor's sockets says more
 // than the spooler's text.
 Failure PortFailure(const WideString& port);
 

@@ -1,6 +1,7 @@
 #include "farlink/ports/port_lookup.h"
 
 #include "farlink/failure.h"
+#include "farlink/ports/port_use.h"
 #include "farlink/ports/spooler_lists.h"
 #include "farlink/similar_word.h"
 
@@ -25,9 +26,8 @@ WideString FindPort(const std::string& name)
     for (const WideString& port : ListPorts())
         if (SameName(port, wanted))
             return port;
-    for (const PrinterEntry& printer : ListPrinters())
-        if (SameName(printer.name, wanted))
-            return printer.port;
+    if (const std::optional<WideString> port = PortOfPrinter(wanted))
+        return *port;
     throw PlatformFailure("'" + name + "'", ERROR_INVALID_PRINTER_NAME);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,8 @@ struct WaitingJob {
 // What is neither sent nor deleted, of all the port's printers.
 std::vector<WaitingJob> WaitingJobsOn(const WideString& port);
 
-// Throws Failure with ERROR_BUSY while a document prints on the port in a process whose monitor is another
-// than the one that will be asked to change it: a monitor refuses only what prints in its own process.
-void RequireIdle(const WideString& port);
+// The port of the printer of this name, where the spooler has printers of its own.
+std::optional<WideString> PortOfPrinter(const WideString& name);
 
 // Before a port is deleted: no printer may be left on it. `what` names the port in the Failure.
 void FreeOfPrinters(const WideString& port, const std::string& what);

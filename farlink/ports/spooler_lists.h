@@ -26,27 +26,8 @@ private:
     HANDLE handle = nullptr;
 };
 
-struct PrinterEntry {
-    WideString name;
-    WideString port;
-    DWORD jobs;  // in its queue
-};
-
-struct JobEntry {
-    DWORD id;
-    WideString printer;
-    WideString document;
-    WideString user;
-    DWORD status;  // JOB_STATUS bits
-    SYSTEMTIME submitted;
-};
-
-// Names in the order of their letters, letter case apart. The ports are those of our monitor.
+// Names in the order of their letters, letter case apart; those of our monitor.
 std::vector<WideString> ListPorts();
-std::vector<PrinterEntry> ListPrinters();
-// Oldest first, finished ones too, as far as the spooler keeps them. The embedded spooler gives those of all
-// printers for a handle to the print server, Windows only those of one printer.
-std::vector<JobEntry> ListJobs(const PrinterHandle& printer);
 
 bool SameName(const WideString& left, const WideString& right);
 

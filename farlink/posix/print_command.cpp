@@ -1,45 +1,37 @@
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
 
 #include "farlink/commands.h"
-#include "farlink/interrupts.h"
-#include "farlink/job_following.h"
-#include "farlink/wide_text.h"
+#include "farlink/posix/destination.h"
+#include "farlink/posix/print_view.h"
+#include "farlink/posix/retry_time.h"
+#include "farlink/posix/signal_watch.h"
+#include "spooler/printing.h"
+#include "spooler/spooler_error.h"
 
 namespace farlink {
 
 namespace {
 
+using spooler::Outcome;
+using std::chrono::milliseconds;
+
+constexpr DWORD kAllLogLines = 0x3F;
+
 struct PrintOptions {
     std::string destination;
     std::vector<std::string> files;
-    DWORD attempts = 10;
+    std::string title;
+    std::string retryFor = "5m";
+    unsigned copies = 1;
+    bool verbose = false;
 };
-
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 bool IsStandardInput(const std::string& name)
 {
     return name == "-";
-}
-
-File Open(const std::string& name)
-{
-    if (IsStandardInput(name))
-        return File(stdin, [](std::FILE*) { return 0; });
-    if (std::filesystem::is_directory(name))
-        throw Failure("'" + name + "' is a folder; give the files in it");
-    File file(std::fopen(name.c_str(), "rb"), std::fclose);
-    if (!file)
-        throw Failure("'" + name + "' can't be read: " + std::strerror(errno));
-    return file;
 }
 
 std::string DocumentName(const std::string& file)
@@ -47,104 +39,140 @@ std::string DocumentName(const std::string& file)
     return IsStandardInput(file) ? "standard input" : std::filesystem::path(file).filename().string();
 }
 
-// A printer may not have a comma in its name, a port from elsewhere may.
-WideString PrinterNameFor(WideString port)
+ExitStatus StatusOf(Outcome outcome)
 {
-    std::ranges::replace_if(
-        port, [](WCHAR unit) { return unit == u',' || unit == u'\\'; }, u'_');
-    return port;
-}
-
-// The printer that is meant: the port's first one, which is made when there is none, or else the printer
-// of this name.
-WideString FindPrinter(const WideString& destination)
-{
-    const std::vector<PrinterEntry> printers = ListPrinters();
-    const std::vector<WideString> ports = ListPorts();
-    const auto port =
-        std::ranges::find_if(ports, [&](const auto& name) { return SameName(name, destination); });
-    if (port == ports.end()) {
-        if (std::ranges::any_of(printers, [&](const auto& each) { return SameName(each.name, destination); }))
-            return destination;
-        throw PlatformFailure("'" + ToUtf8(destination) + "'", ERROR_INVALID_PRINTER_NAME);
-    }
-    for (const PrinterEntry& printer : printers)
-        if (SameName(printer.port, *port))
-            return printer.name;
-
-    WideString portName = *port;
-    WideString name = PrinterNameFor(*port);
-    PRINTER_INFO_2W record{};
-    record.pPrinterName = name.data();
-    record.pPortName = portName.data();
-    const HANDLE made = AddPrinterW(nullptr, 2, reinterpret_cast<LPBYTE>(&record));
-    if (made == nullptr)
-        throw SpoolerFailure();
-    ClosePrinter(made);
-    return name;
-}
-
-void WriteAll(const PrinterHandle& printer, BYTE* bytes, std::size_t size, const std::string& document)
-{
-    while (size > 0) {
-        DWORD written = 0;
-        if (!WritePrinter(printer.Get(), bytes, static_cast<DWORD>(size), &written))
-            throw SpoolerFailure("'" + document + "' was not accepted");
-        bytes += written;
-        size -= written;
+    switch (outcome) {
+        case Outcome::Sent:
+            return ExitStatus::Done;
+        case Outcome::CancelledHere:
+        case Outcome::CancelledAtServer:
+            return ExitStatus::Deleted;
+        case Outcome::Unconfirmed:
+            return ExitStatus::Unconfirmed;
+        default:
+            return ExitStatus::Failed;
     }
 }
 
-// Hands a document to the spooler. Whatever ends it early lets the handle go, which drops the document.
-FollowedJob Spool(const PrinterHandle& printer, const std::string& name)
+// The one that asks more of the person.
+ExitStatus Worse(ExitStatus left, ExitStatus right)
 {
-    const std::string document = DocumentName(name);
-    const File file = Open(name);
-    WideString title = ToUtf16(document);
-    DOC_INFO_1W info{title.data(), nullptr, nullptr};
-    const DWORD job = StartDocPrinterW(printer.Get(), 1, reinterpret_cast<LPBYTE>(&info));
-    if (job == 0)
-        throw SpoolerFailure("'" + document + "' was not accepted");
-    std::vector<BYTE> buffer(std::size_t{256} * 1024);
-    while (const std::size_t size = std::fread(buffer.data(), 1, buffer.size(), file.get())) {
-        if (InterruptAsked() || EndAsked())
-            throw Failure("Interrupted before '" + document + "' was accepted; nothing of it is printed",
-                          ExitStatus::Deleted);
-        WriteAll(printer, buffer.data(), size, document);
-    }
-    if (std::ferror(file.get()) != 0)
-        throw Failure("'" + name + "' can't be read: " + std::strerror(errno));
-    if (!EndDocPrinter(printer.Get()))
-        throw SpoolerFailure("'" + document + "' was not accepted");
-    return {job, document};
+    static constexpr ExitStatus kByWeight[] = {ExitStatus::Done, ExitStatus::Deleted, ExitStatus::Unconfirmed,
+                                               ExitStatus::Failed};
+    return std::ranges::find(kByWeight, left) < std::ranges::find(kByWeight, right) ? right : left;
 }
 
-void Print(Run& run, const PrintOptions& options)
-{
-    for (const std::string& file : options.files)
-        (void)Open(file);
-    const WideString name = FindPrinter(ToUtf16(options.destination));
+class ToView : public spooler::Listener {
+public:
+    ToView(PrintView& shownIn, bool withLog) : view(shownIn), verbose(withLog) {}
 
-    CatchInterrupts();
-    LimitAttempts(options.attempts);
+    void OnProgress(const spooler::Progress& progress) override { view.Show(progress); }
+    void OnLogLine(std::string_view line) override
+    {
+        if (verbose)
+            view.ShowLogLine(line);
+    }
+    void OnAttemptFailed(const spooler::Result& failed, milliseconds pause) override
+    {
+        view.ShowRetry(failed, pause);
+    }
 
-    // A document that isn't accepted ends the command, but those before it are already on their way.
-    std::optional<Failure> refused;
-    std::vector<FollowedJob> jobs;
-    for (const std::string& file : options.files) {
+private:
+    PrintView& view;
+    const bool verbose;
+};
+
+class Printer {
+public:
+    Printer(const PrintOptions& wanted, bool json)
+        : options(wanted),
+          retryFor(RetryTime(options.retryFor)),
+          stop(WatchSignals()),
+          destination(options.destination),
+          view(MakePrintView(json, options.verbose))
+    {
+    }
+
+    // A document that fails doesn't keep the others from being printed; a stop does.
+    ExitStatus Print()
+    {
+        ExitStatus worst = ExitStatus::Done;
+        for (const std::string& file : options.files) {
+            worst = Worse(worst, PrintFile(file));
+            if (stop.stop_requested())
+                return Worse(worst, ExitStatus::Deleted);
+        }
+        return worst;
+    }
+
+private:
+    ExitStatus PrintFile(const std::string& file)
+    {
+        ExitStatus worst = ExitStatus::Done;
         try {
-            const PrinterHandle printer(name);
-            jobs.push_back(Spool(printer, file));
-        } catch (const Failure& failure) {
-            refused = failure;
-            break;
+            const auto document = IsStandardInput(file)
+                                      ? spooler::Document::OpenDescriptor(0, DocumentName(file), stop)
+                                      : spooler::Document::OpenFile(file, stop);
+            for (unsigned copy = 1; copy <= options.copies && !stop.stop_requested(); ++copy)
+                worst = Worse(worst,
+                              PrintCopy(*document, {TitleOf(file), copy, options.copies, document->Size()}));
+            return worst;
+        } catch (const spooler::SpoolerError& error) {
+            view->Refuse(DocumentName(file), error.text);
+            return error.word == ERROR_PRINT_CANCELLED ? ExitStatus::Deleted : ExitStatus::Failed;
         }
     }
-    const PrinterHandle server(WideString{});
-    run.status = FollowJobs(server, jobs, run.json);
-    AwaitOtherJobs(run.json);
-    if (refused)
-        throw Failure(*refused);
+
+    ExitStatus PrintCopy(const spooler::Document& document, const Printed& printed)
+    {
+        spooler::Order order;
+        order.port = [this] { return destination.Settings(); };
+        order.log = [this] { return destination.Log(); };
+        order.title = printed.document;
+        order.retryFor = retryFor;
+        order.eventTypes = options.verbose ? kAllLogLines : 0;
+        view->Begin(printed);
+        ToView listener(*view, options.verbose);
+        const spooler::Result result = spooler::PrintDocument(order, document, listener, stop);
+        view->End(result);
+        // Who waited in vain for the print server once doesn't wait as long again for each further document.
+        if (spooler::RuleFor(result.outcome).follow == spooler::Follow::TryAgain)
+            retryFor = milliseconds::zero();
+        return StatusOf(result.outcome);
+    }
+
+    std::string TitleOf(const std::string& file) const
+    {
+        return options.title.empty() ? DocumentName(file) : options.title;
+    }
+
+    const PrintOptions& options;
+    std::optional<milliseconds> retryFor;
+    const std::stop_token stop;
+    const Destination destination;
+    const std::unique_ptr<PrintView> view;
+};
+
+void AddOptions(CLI::App& print, PrintOptions& options)
+{
+    print
+        .add_option("-t,--to", options.destination,
+                    "A port's name, or HOST:PORT; without it $FARLINK_PORT, or the only port")
+        ->type_name("NAME");
+    print.add_option("FILE", options.files, "Card print data, sent as it is; - is the standard input")
+        ->required();
+    print.add_option("-n,--copies", options.copies, "Print each document so often, one after the other")
+        ->capture_default_str()
+        ->check(CLI::Range(1U, 1000U))
+        ->type_name("N");
+    print.add_option("-T,--title", options.title, "What the document is called, instead of its file's name")
+        ->type_name("TEXT");
+    print
+        .add_option("-r,--retry-for", options.retryFor,
+                    "How long to try again while there is no link: 90s, 5m, 2h, forever; 0: one attempt")
+        ->capture_default_str()
+        ->type_name("DURATION");
+    print.add_flag("-v,--verbose", options.verbose, "Show all that the port monitor writes for its log");
 }
 
 }  // namespace
@@ -155,20 +183,16 @@ void AddPrintCommand(CLI::App& farlink, Run& run)
     CLI::App* print =
         farlink.add_subcommand("print", "Print files and follow each to its end at the print server");
     AddJsonFlag(*print, run);
-    print->add_option("--to", options->destination, "A port or a printer")->required()->type_name("NAME");
-    print->add_option("FILE", options->files, "Card print data, sent as it is; - is the standard input")
-        ->required();
-    AddAttempts(*print, options->attempts);
+    AddOptions(*print, *options);
     AddExamples(*print,
-                "farlink print --to front-desk badge.prn\nfarlink print --to front-desk *.prn --json\n"
-                "make-badge | farlink print --to front-desk -");
+                "farlink print --to front-desk badge.prn\nfarlink print --to 10.0.0.7:9100 *.prn --json\n"
+                "make-badge | farlink print --copies 2 -");
     print->footer(
         print->get_footer() +
-        "\n\nCtrl-C cancels the documents that aren't through; a second Ctrl-C leaves at once, and the rest\n"
-        "of the cancelling is done by the next print to the port. SIGTERM leaves them queued:\n"
-        "'farlink jobs run' goes on with them.\n\n" +
+        "\n\nCtrl-C, SIGTERM and SIGHUP cancel at once. A document of which all bytes are out and the print\n"
+        "server says nothing more is never printed again unasked (status 4): look at the printer first.\n\n" +
         kExitStatusHelp);
-    print->callback([&run, options] { Print(run, *options); });
+    print->callback([&run, options] { run.status = Printer(*options, run.json).Print(); });
 }
 
 }  // namespace farlink

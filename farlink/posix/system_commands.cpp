@@ -3,13 +3,12 @@
 namespace farlink {
 
 const char* const kStateHelp =
-    "Ports, jobs and settings lie in $FARLINK_STATE, else $XDG_STATE_HOME/farlink, else\n"
+    "Ports and settings lie in $FARLINK_STATE, else $XDG_STATE_HOME/farlink, else\n"
     "~/.local/state/farlink.";
 
 void AddSystemCommands(CLI::App& farlink, Run& run)
 {
     AddPrintCommand(farlink, run);
-    AddJobsCommands(farlink, run);
     AddQueryCommand(farlink, run);
 }
 

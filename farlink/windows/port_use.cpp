@@ -48,8 +48,13 @@ std::vector<WaitingJob> WaitingJobsOn(const WideString& port)
     return waiting;
 }
 
-// One spooler has them all, and its monitor refuses by itself.
-void RequireIdle(const WideString&) {}
+std::optional<WideString> PortOfPrinter(const WideString& name)
+{
+    for (const PrinterEntry& printer : ListPrinters())
+        if (SameName(printer.name, name))
+            return printer.port;
+    return std::nullopt;
+}
 
 // They belong to somebody, and have drivers and settings: nothing for us to delete.
 void FreeOfPrinters(const WideString& port, const std::string& what)
