@@ -295,7 +295,7 @@ test_log() {
     expect 0 log level --defaults
     expect 0 log level --file on
     says '^limit  *10240 KiB'
-    expect 0 log level --limit 48
+    expect 0 log level --limit 64
     rm "$folder/Farlink.log"
     "$farlink" log --follow --since 00:00:00 >"$folder/followed.out" 2>"$folder/followed.err" &
     local following=$! documents i
