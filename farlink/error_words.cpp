@@ -57,8 +57,7 @@ constexpr ErrorWord kErrorWords[] = {
     {WORD_AND_NAME(ERROR_INVALID_PRINTER_STATE), "the printer is in the wrong state"},
     {WORD_AND_NAME(ERROR_UNKNOWN_PRINT_MONITOR), "the monitor is not installed"},
     {WORD_AND_NAME(ERROR_SPL_NO_STARTDOC), "no document was begun"},
-    {WORD_AND_NAME(ERROR_PRINTER_HAS_JOBS_QUEUED), "it has jobs",
-     "'farlink jobs' shows them, 'farlink jobs cancel ID' deletes one"},
+    {WORD_AND_NAME(ERROR_PRINTER_HAS_JOBS_QUEUED), "it has jobs"},
 #ifdef _WIN32
     {WORD_AND_NAME(ERROR_PRIVILEGE_NOT_HELD), "not permitted", kRightsRemedy},
     {WORD_AND_NAME(RPC_S_SERVER_UNAVAILABLE), "the print spooler is not running",
