@@ -75,7 +75,7 @@ CDocument::Channels CDocument::ChannelsInUse() const
     return abandoned ? Channels{} : Channels{dataChannel, commandChannel};
 }
 
-bool CDocument::OpenPrinter(LPCWSTR printerName)
+bool CDocument::OpenDocumentPrinter(LPCWSTR printerName)
 try {
     if (TakePrinter(printerName))
         return true;

@@ -76,7 +76,7 @@ public:
 
     // Gets the printer's handle; false also when the document was ended meanwhile. A failure, an exception
     // included, ends the document.
-    bool OpenPrinter(LPCWSTR printerName);
+    bool OpenDocumentPrinter(LPCWSTR printerName);
 
     // gEndDocPort: tells the print server that the document is whole, waits for the card, tells the
     // spooler what became of it, and ends. Does no harm to a document that is over.

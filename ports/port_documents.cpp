@@ -35,7 +35,7 @@ bool krelIniPort::startDocPort(LPCWSTR pPrinterName, DWORD JobId, DWORD Level, c
         trace.Fail("Unable to get exclusive access to the port for printing.");
         return false;
     }
-    if (!started->OpenPrinter(pPrinterName)) {
+    if (!started->OpenDocumentPrinter(pPrinterName)) {
         trace.Fail("Failed to OpenPrinter().");
         return false;
     }
