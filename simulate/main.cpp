@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr std::uint64_t kRunsPerRepetition = 64;
+
 using Clock = std::chrono::steady_clock;
 
 struct Options {
@@ -61,7 +63,9 @@ int Search(const Options& options, const std::vector<const Scene*>& scenes, Prog
     for (std::uint64_t seed = options.seed; !isOver(); ++seed) {
         for (std::size_t i = 0; i < scenes.size() && !isOver(); ++i) {
             progress = {seed, i};
-            const Outcome outcome = RunOnce(*scenes[i], RecipeOf(seed), nullptr);
+            Outcome outcome = RunOnce(*scenes[i], RecipeOf(seed), nullptr);
+            if (runs % kRunsPerRepetition == 0 && !IsAsRecorded(*scenes[i], outcome, seed))
+                outcome.failure = "a run is not what its record says";
             ++runs;
             points += outcome.points;
             simulatedHours += static_cast<double>(outcome.length) / 3.6e9;

@@ -74,6 +74,16 @@ Outcome RunOnce(const Scene& scene, const Recipe& recipe, std::string* story)
     return RunInOrder(scene, plan, recipe.seed, *order, story);
 }
 
+bool IsAsRecorded(const Scene& scene, const Outcome& outcome, std::uint64_t seed)
+{
+    const Recipe recipe{.seed = seed,
+                        .orders = Orders::Given,
+                        .interruptions = outcome.interruptions,
+                        .choices = outcome.choices};
+    const Outcome again = RunOnce(scene, recipe, nullptr);
+    return again.order == outcome.order && again.digest == outcome.digest && again.points == outcome.points;
+}
+
 namespace {
 
 void RunAndLeave(const Scene& scene, const Recipe& recipe, bool tells, Legacy& legacy)

@@ -24,6 +24,9 @@ struct Outcome {
 Recipe RecipeOf(std::uint64_t seed);
 
 // Plays a scene once, in this process. `story` may be null.
+// Whether a run that is told by its interruptions and choices is that run again.
+bool IsAsRecorded(const Scene& scene, const Outcome& outcome, std::uint64_t seed);
+
 Outcome RunOnce(const Scene& scene, const Recipe& recipe, std::string* story);
 Outcome RunInOrder(const Scene& scene, Plan& plan, std::uint64_t seed, RecordedOrder& order,
                    std::string* story);

@@ -102,7 +102,12 @@ void Overtaken(World& world)
     const Micros moment = DrawMoment(world.plan);
     const bool asks = world.plan.Sometimes(2);
     const bool atItsStart = world.plan.Sometimes(3);
-    world.Act("spooler", [&port, &first] { port.PrintOnce(first); });
+    world.Act("spooler", [&port, &first, atItsStart] {
+        if (!atItsStart)
+            port.PrintOnce(first);
+        else if (!port.Start(first))
+            first.isEnded = true;
+    });
     world.Act("other", [&world, &port, &first, &second, moment, atItsStart] {
         while (!first.isEnded && !(atItsStart ? first.hasAskedForPrinter : first.endHasIt))
             world.Pause(10 * kMillisecond);

@@ -9,9 +9,9 @@ using simulated::Scheduler;
 
 Spooler::Spooler(World& its, Plan& plan) : world(its)
 {
-    constexpr simulated::Micros kSlow[] = {kSecond, 2 * kSecond, 12 * kSecond, 40 * kSecond};
+    constexpr simulated::Micros kSlow[] = {kSecond, 2 * kSecond, 12 * kSecond};
     openIsSlow = plan.Sometimes(8);
-    slowOpen = plan.Among(kSlow);
+    slowOpen = plan.Sometimes(4) ? 40 * kSecond : plan.Among(kSlow);
     commandIsSlow = plan.Sometimes(8);
     slowCommand = plan.Among(kSlow);
     comesBack = plan.Sometimes(4);

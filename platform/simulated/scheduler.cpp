@@ -163,15 +163,13 @@ Thread* Scheduler::NextInside(Thread& at, bool blocks)
 void Scheduler::Yield(bool blocks)
 {
     Thread& self = *running;
-    Thread* next = nullptr;
-    for (;;) {
+    Thread* next = blocks ? nullptr : NextInside(self, false);
+    while (next == nullptr) {
         next = NextOutside();
         if (next == nullptr)
-            next = NextInside(self, blocks);
-        if (next != nullptr)
-            break;
-        blocks = true;  // stalled, at the least
-        Advance();
+            next = NextInside(self, true);
+        if (next == nullptr)
+            Advance();
     }
     if (next != &self)
         SwitchTo(*next);

@@ -16,7 +16,7 @@ namespace simulated {
 struct Thread {
     enum class Kind {
         Inside,  // of the process: interrupted at each call of the layer
-        Outside  // a print server, the network: runs as soon as it can and is never interrupted
+        Outside  // a print server, the network: goes first when a thread waits, and is never interrupted
     };
     enum class State { Ready, Waiting, Ended };
     static constexpr std::size_t kSlots = 8;
