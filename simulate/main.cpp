@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
@@ -12,6 +13,7 @@
 #include <unordered_set>
 
 #include "simulate/coverage.h"
+#include "simulate/exhaustive.h"
 #include "simulate/run.h"
 
 namespace {
@@ -27,6 +29,7 @@ struct Options {
     double minutes = 0;
     std::string log;
     bool goesOn = false;
+    bool triesAll = false;
 };
 
 // Where the searching process is, for the one that waits for it.
@@ -93,6 +96,31 @@ int Search(const Options& options, const std::vector<const Scene*>& scenes, Prog
     return failed ? 1 : 0;
 }
 
+// In this process: a scene that kills it is found by the drawn orders too.
+int SearchAll(const Options& options, const Scene& scene)
+{
+    const auto begun = Clock::now();
+    std::uint64_t runs = 0;
+    std::unordered_set<std::uint64_t> orders;
+    std::string failure;
+    const bool isWhole = TryAllOrders(scene, [&](const Recipe& recipe, const Outcome& outcome) {
+        ++runs;
+        orders.insert(outcome.order);
+        failure = outcome.failure;
+        if (!failure.empty())
+            (void)RunApart(scene, recipe, &failure);
+        return outcome.failure.empty() &&
+               (options.minutes == 0 ||
+                Clock::now() - begun < std::chrono::duration<double>(options.minutes * 60));
+    });
+    std::printf("%s%s: %llu runs, %zu orders of threads, %s\n", failure.c_str(), scene.name,
+                static_cast<unsigned long long>(runs), orders.size(),
+                !failure.empty() ? "a failure"
+                : isWhole        ? "all with two interruptions"
+                                 : "the time is up");
+    return failure.empty() ? 0 : 1;
+}
+
 void TellFailure(const Scene& scene, std::uint64_t seed)
 {
     std::printf("\nThe scene '%s' fails with seed %llu. Looking for a shorter run.\n", scene.name,
@@ -157,16 +185,24 @@ int main(int argc, char** argv)
     app.add_option("--seed", options.seed, "The first run's seed; the next has the next");
     app.add_option("--runs", options.runs, "How many runs");
     app.add_option("--minutes", options.minutes, "How long (1, if no runs are given)");
+    app.add_flag("--all", options.triesAll,
+                 "In the scene's plain world, try every order with up to two interruptions");
     app.add_flag("--go-on", options.goesOn,
                  "Don't end at a failure: list each kind with the run that met it first");
     app.add_option("--log", options.log, "Write the story of the first run to this file, and end");
     CLI11_PARSE(app, argc, argv);
-    if (options.runs == 0 && options.minutes == 0)
+    if (options.runs == 0 && options.minutes == 0 && !options.triesAll)
         options.minutes = 1;
     const std::vector<const Scene*> chosen = Chosen(options.scene);
     if (chosen.empty()) {
         std::fprintf(stderr, "There is no scene '%s'. There are:%s\n", options.scene.c_str(), scenes.c_str());
         return 2;
+    }
+    if (options.triesAll) {
+        int result = 0;
+        for (const Scene* scene : chosen)
+            result = std::max(result, SearchAll(options, *scene));
+        return result;
     }
     return options.log.empty() ? SearchAndTell(options, chosen) : WriteLog(options, *chosen.front());
 }

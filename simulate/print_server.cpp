@@ -51,6 +51,7 @@ Manners Manners::Draw(Plan& plan)
     drawn.version = plan.Among(kVersions);
     drawn.tellsNoVersion = plan.Sometimes(12);
     drawn.queue = static_cast<int>(plan.Seldom(4, 4));
+    drawn.perPosition = plan.Sometimes(3) ? 10 * kSecond : kSecond;
     drawn.printing = plan.Among(kTimes);
     drawn.final = 7 + static_cast<int>(plan.Seldom(8, 3));
     drawn.cancels = plan.Sometimes(12);
@@ -222,7 +223,7 @@ Lpq PrintServer::Record(Command& command) const
         return {0, 1};
     const auto position =
         manners.queue - static_cast<int>((now - command.notifiesSince) / manners.perPosition);
-    if (position > 0)
+    if (position > 0 && !session->hasEnded)  // an empty document waits for nobody
         return {position, 1};
     if (manners.cancels && session->received > 0)
         return {0, 9};

@@ -9,7 +9,6 @@ struct Scene {
     const char* name;
     const char* told;
     void (*play)(World&);
-    bool isSmall;  // so few threads and calls that all orders with two interruptions can be tried
 };
 
 std::span<const Scene> Scenes();

@@ -205,15 +205,15 @@ void Ports(World& world)
 }
 
 constexpr Scene kScenes[] = {
-    {"job", "one job, printed until it is sent", &Job, true},
-    {"reader", "somebody reads back during a job, over its end and into the next", &Reader, true},
-    {"queries", "somebody asks the printer during a job and the next", &Queries, true},
-    {"channel", "queries, writes and reads without a job, beside their document's end", &Channel, true},
-    {"overtaken", "a second document begins before the first has ended", &Overtaken, true},
-    {"deletion", "the port is deleted under its document", &Deletion, true},
-    {"deleted", "the user deletes the job in the spooler", &Deleted, true},
-    {"shutdown", "the monitor ends under a document", &Shutdown, true},
-    {"ports", "two ports print while others come and go", &Ports, false},
+    {"job", "one job, printed until it is sent", &Job},
+    {"reader", "somebody reads back during a job, over its end and into the next", &Reader},
+    {"queries", "somebody asks the printer during a job and the next", &Queries},
+    {"channel", "queries, writes and reads without a job, beside their document's end", &Channel},
+    {"overtaken", "a second document begins before the first has ended", &Overtaken},
+    {"deletion", "the port is deleted under its document", &Deletion},
+    {"deleted", "the user deletes the job in the spooler", &Deleted},
+    {"shutdown", "the monitor ends under a document", &Shutdown},
+    {"ports", "two ports print while others come and go", &Ports},
 };
 
 }  // namespace
