@@ -17,6 +17,7 @@ trap 'clean_up $?' EXIT
 
 clean_up() {
     trap - EXIT
+    set +e
     [[ $1 -eq 0 ]] || { grep -aE "Job [0-9]+\]" "$root/log/error_log" | grep -avE "envp|keep-alive" | tail -n 60; tail -n 30  "$folder"/*.out; } >&2 || true
     # Without cupsd the backends end by themselves.
     kill -KILL "${servers[@]}" $cupsd 2>/dev/null
