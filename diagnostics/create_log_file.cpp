@@ -63,8 +63,10 @@ public:
 
 }  // namespace
 
+// The first line may be a client's, who may have no right to the folder, and is not to own the file.
 HANDLE CreateLogFile(LPCWSTR path)
 {
+    const CProcessIdentity spooler;
     const CEveryone everyone;
     if (everyone.sid == nullptr)
         return INVALID_HANDLE_VALUE;

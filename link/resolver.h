@@ -15,7 +15,7 @@ struct CResolver {
     FreeAddrInfo freeAddrInfo;
 
     // The calls to use. Any thread.
-    static const CResolver& Bound();
+    static CResolver Bound();
     // A fresh look-up: the library's three calls, or the substitutes when one of them is missing.
     static CResolver LookUp();
 };

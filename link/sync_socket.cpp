@@ -153,7 +153,7 @@ bool CSyncSocket::Connect()
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_protocol = IPPROTO_TCP;
 
-    const CResolver& resolver = CResolver::Bound();
+    const CResolver resolver = CResolver::Bound();
     ADDRINFOA* found = nullptr;
     WSASetLastError(resolver.getAddrInfo(name.c_str(), port, &hints, &found));
     const int error = WSAGetLastError();

@@ -32,6 +32,20 @@ bool IsWritable(SOCKET socket);
 // be waited for any longer but will still return into the library's code. Any thread.
 void PinModule(const void* address);
 
+// While it lives, the thread acts as its process does, and not as the client that it may stand for: what it
+// opens then is the process's own. On one thread, to the end of a block. Keeps the last error. On Linux
+// nothing, since there no thread stands for another user.
+class CProcessIdentity {
+public:
+    CProcessIdentity();
+    ~CProcessIdentity();
+    CProcessIdentity(const CProcessIdentity&) = delete;
+    CProcessIdentity& operator=(const CProcessIdentity&) = delete;
+
+private:
+    [[maybe_unused]] HANDLE client = nullptr;  // the token to go back to
+};
+
 // A function under another type, as GetProcAddress makes necessary: FARPROC has a signature of its own. The
 // type is the caller's word.
 template <class To, class From>

@@ -38,6 +38,8 @@ struct LevelOptions {
     std::optional<std::string> debug;
     std::optional<DWORD> limit;
     bool defaults = false;
+
+    bool ChangesAny() const { return events || file || debug || limit || defaults; }
 };
 
 DWORD Read(const MonitorEntry& monitor, const Setting& setting)
@@ -117,6 +119,8 @@ void Level(const Run& run, const LevelOptions& options)
     if (options.limit)
         StoreLogSetting(monitor, kLimit.name, *options.limit);
     Show(run, monitor);
+    if (!run.json && options.ChangesAny())
+        PrintLine(kWhenSettingsCount);
 }
 
 }  // namespace

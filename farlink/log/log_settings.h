@@ -13,4 +13,7 @@ std::optional<DWORD> ReadLogSetting(const MonitorEntry& monitor, LPCWSTR name);
 void StoreLogSetting(const MonitorEntry& monitor, LPCWSTR name, DWORD value);
 void RemoveLogSetting(const MonitorEntry& monitor, LPCWSTR name);
 
+// From when on a change counts with this system's spooler, as a sentence.
+extern const char* const kWhenSettingsCount;
+
 }  // namespace farlink

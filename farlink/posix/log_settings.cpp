@@ -4,6 +4,8 @@
 
 namespace farlink {
 
+const char* const kWhenSettingsCount = "This counts for each farlink that starts from now on.";
+
 namespace {
 
 constexpr LPCWSTR kKey = TEXT("Ports");

@@ -3,6 +3,10 @@
 
 namespace farlink {
 
+const char* const kWhenSettingsCount =
+    "This counts when the spooler starts again, at a time when nothing prints: 'net stop spooler', "
+    "'net start spooler'.";
+
 namespace {
 
 // The same place that the spooler hands the monitor; no call of the spooler reaches it from outside.

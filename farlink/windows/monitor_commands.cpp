@@ -1,40 +1,14 @@
-#include <array>
-#include <filesystem>
-
 #include "farlink/commands.h"
 #include "farlink/ports/spooler_lists.h"
 #include "farlink/ports/spooler_records.h"
+#include "farlink/windows/check/check_command.h"
+#include "farlink/windows/monitor_installation.h"
+#include "farlink/windows/system_library.h"
+#include "version/build.h"
 
 namespace farlink {
 
 namespace {
-
-constexpr LPCWSTR kLibrary = TEXT("Farlink.dll");
-constexpr LPCWSTR kDefaultName = TEXT("Remote TCP/IP Card Printer Port");
-
-WideString SystemFolder()
-{
-    std::array<WCHAR, MAX_PATH> folder{};
-    GetSystemDirectoryW(folder.data(), static_cast<UINT>(folder.size()));
-    return folder.data() + WideString(TEXT("\\"));
-}
-
-// The name by which the monitor will call itself; installed under another one its ports wouldn't be found.
-WideString ConfiguredName()
-{
-    std::array<WCHAR, 2048> name{};
-    GetPrivateProfileStringW(TEXT("Farlink"), TEXT("Name"), kDefaultName, name.data(),
-                             static_cast<DWORD>(name.size()), (SystemFolder() + TEXT("Farlink.ini")).c_str());
-    return name.data();
-}
-
-Failure MonitorFailure(const std::string& what)
-{
-    const DWORD word = GetLastError();
-    if (word == ERROR_ACCESS_DENIED || word == ERROR_PRIVILEGE_NOT_HELD)
-        return PlatformFailure(what, word, "it takes an administrator's rights");
-    return PlatformFailure(what, word);
-}
 
 void Say(const Run& run, const char* state, const MonitorEntry& monitor, const std::string& text)
 {
@@ -44,48 +18,52 @@ void Say(const Run& run, const char* state, const MonitorEntry& monitor, const s
         PrintLine(text);
 }
 
-// The spooler loads monitors from its system folder alone, and whoever can put a file there can run code in
-// the spooler: so that is left to the administrator's own hands.
-void RequireLibrary()
-{
-    const WideString place = SystemFolder() + kLibrary;
-    if (!std::filesystem::is_regular_file(place))
-        throw Failure("'" + ToUtf8(place) +
-                      "' is missing, and the spooler looks for it there; copy it first, as administrator: "
-                      "copy Farlink.dll \"" +
-                      ToUtf8(SystemFolder()) + "\"");
-}
-
 void Install(const Run& run)
 {
-    RequireLibrary();
-    WideString name = ConfiguredName();
-    WideString library = kLibrary;
-    MONITOR_INFO_2W record{name.data(), nullptr, library.data()};
-    if (!AddMonitorW(nullptr, 2, reinterpret_cast<LPBYTE>(&record)))
-        throw MonitorFailure("The monitor was not installed");
-    Say(run, "installed", {name, TEXT("Farlink")},
-        "The spooler has a new monitor, '" + ToUtf8(name) + "', from " + ToUtf8(SystemFolder() + kLibrary) +
-            "; nothing else was changed");
+    const MonitorEntry monitor = InstallMonitor();
+    Say(run, "installed", monitor,
+        "The spooler has a new monitor, '" + ToUtf8(monitor.name) + "', from " +
+            ToUtf8(SystemFolder() + kLibrary) + "; nothing else was changed");
 }
 
 void Uninstall(const Run& run)
 {
-    MonitorEntry monitor = FindMonitor();
-    if (!DeleteMonitorW(nullptr, nullptr, monitor.name.data()))
-        throw MonitorFailure("The monitor was not removed");
+    const MonitorEntry monitor = UninstallMonitor();
     Say(run, "not installed", monitor,
         "The monitor '" + ToUtf8(monitor.name) + "' and its ports are removed from the spooler; " +
             ToUtf8(SystemFolder() + kLibrary) + " is left where it is");
+}
+
+// The library that the spooler would load if it started now; one that runs may be an older.
+std::string BuildText(const std::optional<std::string>& build)
+{
+    const std::string place = ToUtf8(SystemFolder() + kLibrary);
+    if (!build)
+        return place + " doesn't tell its build";
+    if (*build == FarlinkBuild())
+        return place + " is of build " + *build + ", as this farlink.exe";
+    return place + " is of build " + *build + ", not of this farlink.exe's, " + FarlinkBuild() +
+           ": copy this package's there while the spooler is stopped";
 }
 
 void Status(const Run& run)
 {
     const MonitorEntry monitor = FindMonitor();
     const std::size_t ports = ListPorts().size();
-    Say(run, "installed", monitor,
-        "The monitor '" + ToUtf8(monitor.name) + "' is installed and has " + std::to_string(ports) +
-            (ports == 1 ? " port" : " ports"));
+    const std::optional<std::string> build = BuildOfSystemLibrary();
+    if (run.json) {
+        PrintJson({{"state", "installed"},
+                   {"name", ToUtf8(monitor.name)},
+                   {"library", ToUtf8(monitor.library)},
+                   {"ports", ports},
+                   {"build", build.value_or("")},
+                   {"packageBuild", FarlinkBuild()},
+                   {"isOfThisPackage", build == FarlinkBuild()}});
+        return;
+    }
+    PrintLine("The monitor '" + ToUtf8(monitor.name) + "' is installed and has " + std::to_string(ports) +
+              (ports == 1 ? " port" : " ports"));
+    PrintLine(BuildText(build));
 }
 
 }  // namespace
@@ -94,11 +72,12 @@ void AddMonitorCommands(CLI::App& farlink, Run& run)
 {
     CLI::App* monitor = farlink
                             .add_subcommand("monitor",
-                                            "Install the monitor in the Windows spooler, remove it, or look "
-                                            "whether it is there")
+                                            "Install the monitor in the Windows spooler, look whether it is "
+                                            "there, check it on this machine, remove it")
                             ->require_subcommand(1);
     AddExamples(*monitor,
                 "copy Farlink.dll %SystemRoot%\\System32\nfarlink monitor install\nfarlink monitor status\n"
+                "farlink monitor check\n"
                 "farlink monitor uninstall");
     const auto add = [&](const char* name, const char* description, auto action) {
         CLI::App* command = monitor->add_subcommand(name, description);
@@ -113,7 +92,10 @@ void AddMonitorCommands(CLI::App& farlink, Run& run)
     add("uninstall",
         "Remove the monitor and its ports from the spooler; deletes no file, takes an administrator's rights",
         Uninstall);
-    add("status", "Tell whether it is installed; the status is 1 if it isn't", Status);
+    AddCheckCommand(*monitor, run);
+    add("status",
+        "Tell whether it is installed, and which build the spooler would load; the status is 1 if it isn't",
+        Status);
 }
 
 }  // namespace farlink

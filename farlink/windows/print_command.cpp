@@ -13,6 +13,8 @@ namespace farlink {
 
 namespace {
 
+constexpr DWORD kPauseMs = 200;
+
 struct PrintOptions {
     std::string destination;
     std::vector<std::string> files;
@@ -41,12 +43,23 @@ WideString FindPrinter(const WideString& destination)
                   "in the Windows settings");
 }
 
+void RequireNoInterrupt(const std::string& document)
+{
+    if (InterruptAsked() || EndAsked())
+        throw Failure("Interrupted before '" + document + "' was accepted; its job is deleted",
+                      ExitStatus::Deleted);
+}
+
+// A spooler that takes nothing for now is asked again, for as long as the user wants.
 void WriteAll(const PrinterHandle& printer, char* bytes, std::size_t size, const std::string& document)
 {
     while (size > 0) {
+        RequireNoInterrupt(document);
         DWORD written = 0;
         if (!WritePrinter(printer.Get(), bytes, static_cast<DWORD>(size), &written))
             throw SpoolerFailure("'" + document + "' was not accepted");
+        if (written == 0)
+            Sleep(kPauseMs);
         bytes += written;
         size -= written;
     }
@@ -93,12 +106,8 @@ DWORD Spool(const WideString& printerName, const std::string& name)
     const PrinterHandle printer(printerName);
     Document document(printer, name);
     std::array<char, 65536> buffer{};
-    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0) {
-        if (InterruptAsked() || EndAsked())
-            throw Failure("Interrupted before '" + name + "' was accepted; its job is deleted",
-                          ExitStatus::Deleted);
+    while (file.read(buffer.data(), buffer.size()) || file.gcount() > 0)
         WriteAll(printer, buffer.data(), static_cast<std::size_t>(file.gcount()), name);
-    }
     if (file.bad())
         throw Failure("'" + name + "' can't be read: " + std::strerror(errno));
     if (!document.End())

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <span>
 
+#include "platform/platform.h"
 #include "platform/posix/call_switch.h"
 #include "platform/posix/file_access.h"
 
@@ -195,6 +196,9 @@ HLOCAL LocalFree(HLOCAL memory)
     std::free(memory);
     return nullptr;
 }
+
+CProcessIdentity::CProcessIdentity() = default;
+CProcessIdentity::~CProcessIdentity() = default;
 
 namespace posix_layer {
 

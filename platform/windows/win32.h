@@ -9,4 +9,5 @@
 #include <winspool.h>
 #include <winsplp.h>
 #include <aclapi.h>
+#include <winver.h>
 // clang-format on

@@ -95,6 +95,7 @@ serve() {
 
 registry() { run 60 reg add "$@" /f >/dev/null || failed "reg add $*"; }
 monitors='HKLM\System\CurrentControlSet\Control\Print\Monitors'
+machine_environment='HKLM\System\CurrentControlSet\Control\Session Manager\Environment'
 our_ports="$monitors\\Remote TCP/IP Card Printer Port\\Ports"
 library=$(windows_path "$build/Farlink.dll")
 shim=$(windows_path "$build/registry_shim.dll")
@@ -108,7 +109,7 @@ one_export() {
 }
 system_imports_only() {
     ! x86_64-w64-mingw32-objdump -p "$1" | grep 'DLL Name:' |
-        grep -viE ' (advapi32|kernel32|msvcrt|ws2_32|shell32|user32)\.dll$| winspool\.drv$'
+        grep -viE ' (advapi32|kernel32|msvcrt|ws2_32|shell32|user32|version)\.dll$| winspool\.drv$'
 }
 
 check_files() {
@@ -123,6 +124,7 @@ check_files() {
 # Crashes then take one line and no minute; the monitor's log lies where a spooler's service would write it.
 prepare() {
     registry 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' /v Debugger /d false
+    registry "$machine_environment" /v TMP /d 'C:\windows\Temp'
     registry 'HKCU\Environment' /v TEMP /d 'C:\windows\Temp'
     registry 'HKCU\Environment' /v TMP /d 'C:\windows\Temp'
     registry 'HKCU\Software\Wine\AppDefaults\direct_host_2000.exe' /v Version /d win2k
@@ -179,6 +181,7 @@ check_direct() {
     serve cancelling --end cancelled --printing 0.2; cancelling=$port
     serve never --end never; never=$port
     host 120 direct_host jobs "$library" "$finishing" "$cancelling" "$never"
+    host 60 direct_host identity "$library"
     host 60 direct_host unload "$library"
     host 120 direct_host rounds "$library" "$never" 40
     host 30 direct_host leave "$library" "$never"

@@ -5,7 +5,7 @@
 expect() {
     local wanted=$1 status=0
     shift
-    run 60 "$tool" "$@" >"$folder/last.out" || status=$?
+    run 240 "$tool" "$@" >"$folder/last.out" || status=$?
     if [[ $status -eq $wanted ]]; then passed "farlink $*"; else
         failed "farlink $*: ended with $status, not $wanted: $(head -n 3 "$folder/last.out" "$folder/last.err")"
     fi
@@ -18,13 +18,17 @@ check_tool_installs() {
     complains 'ERROR_UNKNOWN_PRINT_MONITOR, 3000'
     expect 1 monitor install
     complains 'Farlink.dll. is missing.*copy it first'
-    cp "$build/registry_shim.dll" "$WINEPREFIX/drive_c/windows/system32/Farlink.dll"
+    cp "$build/registry_shim.dll" "$system_library"
     expect 0 monitor install
     says 'nothing else was changed'
+    expect 0 monitor status
+    says 'Farlink.dll is of build [0-9.]* ([0-9a-z-]*), as this farlink.exe$'
+    : >"$system_library"
     expect 1 monitor install
     complains 'is installed already'
     expect 0 monitor status --json
-    says '"state": "installed"'
+    says '"isOfThisPackage": false'
+    cp "$build/registry_shim.dll" "$system_library"
 }
 
 check_tool_ports() {
@@ -41,7 +45,7 @@ check_tool_ports() {
     expect 0 keepalive set 'Büro 2' --timeout 60
     expect 0 keepalive show 'Büro 2' --json
     says '"timeout": 60'
-    expect 0 port show 'Büro 2' --json
+    expect 0 port show 'BÜRO 2' --json
     says '"server": "cards.example"'
     expect 0 port delete 'Büro 2'
     expect 1 port show 'Büro 2'
@@ -51,6 +55,11 @@ check_tool_ports() {
 
 check_tool_prints() {
     expect 0 log level --file on --events all
+    says 'when the spooler starts again'
+    registry "$machine_environment" /v TMP /t REG_EXPAND_SZ /d '%SystemRoot%\machine'
+    expect 0 log level
+    says 'on, C:.windows.machine.Farlink.log'
+    registry "$machine_environment" /v TMP /d 'C:\windows\Temp'
     expect 0 log level --json
     says '"path": "C:\\\\windows\\\\Temp\\\\Farlink.log"'
     expect 0 sample "$(windows_path "$folder/card.ppm")" --cards 1
@@ -86,6 +95,20 @@ check_tool_others() {
     expect 0 --help
 }
 
+# All that Wine's spooler can do of it; with the monitor installed for it, then with it there.
+check_tool_checks() {
+    local report=$folder/report.txt
+    expect 1 monitor check # nobody answers its question
+    complains 'Nothing was changed'
+    host 60 spooler_host add-driver 'Generic / Text Only'
+    expect 0 monitor check --yes --report "$(windows_path "$report")"
+    says '9 passed, 0 failed, 3 skipped'
+    check "the report tells each step" grep -q '^ok .*a document arrives, byte for byte' "$report"
+    check "the report has the monitor's log lines" grep -q 'krelIniPort::startDocPort' "$report"
+    expect 0 port list
+    says '^No ports'
+}
+
 # A print server of farlink.exe's own, printed to from outside Wine.
 check_tool_serves() {
     local line tries
@@ -110,6 +133,7 @@ check_tool_serves() {
 # Wine's spooler, in the process of farlink.exe, would take the library beside it for the installed one.
 check_tool() {
     tool=$folder/tool/farlink.exe
+    system_library=$WINEPREFIX/drive_c/windows/system32/Farlink.dll
     mkdir "$folder/tool"
     cp "$build/farlink.exe" "$tool"
     serve cards
@@ -118,7 +142,11 @@ check_tool() {
     check_tool_prints
     check_tool_others
     check_tool_serves
+    check_tool_checks
     expect 0 monitor uninstall
+    expect 1 monitor status
+    expect 0 monitor check --yes --json --restart-spooler --report "$(windows_path "$folder/report.txt")"
+    says '"failed": 0'
     expect 1 monitor status
     stage_end "farlink.exe"
 }

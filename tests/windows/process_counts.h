@@ -1,9 +1,29 @@
 #pragma once
 
+#include <string>
+
 #include "platform/platform.h"
 
 // What this process holds, to be compared before and after something.
 DWORD ThreadCount();
 
-// Handles are numbered from the lowest that is free: what leaks, raises the next one.
+// Handles and thread-local slots are numbered from the lowest that is free: what leaks, raises the next one.
 ULONG_PTR NextHandle();
+DWORD NextSlot();
+
+// Bytes in use in all heaps.
+std::size_t HeapBytes();
+
+// All of these at a moment, to be compared with a later one.
+class ProcessCounts {
+public:
+    // A check for each of them: what grew since the construction. The heap may have grown by less than
+    // `mostBytesPerTime` for each of `times`, which is what the system itself keeps of a load.
+    void CheckSame(const std::string& since, DWORD times, std::size_t mostBytesPerTime) const;
+
+private:
+    const DWORD threads = ThreadCount();
+    const ULONG_PTR handle = NextHandle();
+    const DWORD slot = NextSlot();
+    const std::size_t bytes = HeapBytes();
+};

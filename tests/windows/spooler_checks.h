@@ -12,6 +12,7 @@ void CheckUnaided(const std::vector<std::string>& words);
 void CheckPorts(const std::vector<std::string>& words);
 void CheckRestarted(const std::vector<std::string>& words);
 void CheckPrinting(const std::vector<std::string>& words);
+void AddDriver(const std::vector<std::string>& words);
 void AddCheckPrinter(const std::vector<std::string>& words);
 void DeleteCheckPrinter(const std::vector<std::string>& words);
 void CheckLoads(const std::vector<std::string>& words);

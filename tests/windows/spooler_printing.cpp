@@ -13,7 +13,7 @@ constexpr const wchar_t* kPort = L"printing";
 constexpr const wchar_t* kPrinterName = L"Check printer";
 
 // A driver in name only: documents of data type RAW never see it.
-bool AddDriver(std::wstring name)
+bool AddDriverOf(std::wstring name)
 {
     std::wstring file = L"C:\\none.drv";
     DRIVER_INFO_3W driver{};
@@ -30,7 +30,7 @@ HANDLE AddPrinterOn(std::wstring port)
     std::wstring name = kPrinterName;
     std::wstring processor = L"winprint";
     std::wstring type = L"RAW";
-    if (!AddDriver(driver))
+    if (!AddDriverOf(driver))
         return nullptr;
     PRINTER_INFO_2W printer{};
     printer.pPrinterName = name.data();
@@ -85,6 +85,12 @@ void CheckPrinting(const std::vector<std::string>& words)
                   "error " + std::to_string(GetLastError()));
     ClosePrinter(printer);
     checks::CheckEqual(Ask(L"DeletePort", TextInput(kPort)), 0, "DeletePort of the printer's port");
+}
+
+void AddDriver(const std::vector<std::string>& words)
+{
+    checks::Check(AddDriverOf(ToUtf16(words.at(0))), "a driver is added",
+                  "error " + std::to_string(GetLastError()));
 }
 
 void AddCheckPrinter(const std::vector<std::string>& words)
