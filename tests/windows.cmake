@@ -9,13 +9,13 @@ target_compile_options(gtest PRIVATE -w)
 
 # The objects of the monitor, as they go into the library, and of the tests.
 add_library(farlink_test_objects STATIC ${farlink_test_sources})
-target_link_libraries(farlink_test_objects PRIVATE platform scripted_printserver GTest::gtest)
+target_link_libraries(farlink_test_objects PRIVATE monitor_objects platform scripted_printserver GTest::gtest)
 target_compile_definitions(farlink_test_objects PRIVATE FARLINK_LIBRARY="$<TARGET_FILE_NAME:Farlink>")
 # The doubles define functions that the system's headers declare as imported; and of short wide strings GCC 12 says
 # that their copying, inlined, reads past the end of the literal.
 target_compile_options(farlink_test_objects PRIVATE -Wno-attributes -Wno-array-bounds
     -Wno-stringop-overread)
-target_precompile_headers(farlink_test_objects PRIVATE <gtest/gtest.h> <filesystem> <functional> <thread>)
+target_precompile_headers(farlink_test_objects PRIVATE ${test_headers})
 
 # The same objects once more, calling the definitions of support/windows/ where they called the system.
 set(call_list ${CMAKE_CURRENT_SOURCE_DIR}/support/windows/switched_call_list.h)
