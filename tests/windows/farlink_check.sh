@@ -126,7 +126,7 @@ check_tool_serves() {
     check "a native port to farlink.exe's print server" \
         "$simulator" port add windows --server 127.0.0.1 --port "${line:-1}"
     check "a native document to farlink.exe's print server" \
-        timeout 60 "$simulator" print --to windows --attempts 1 "$folder/card.ppm"
+        timeout 60 "$simulator" print --to windows --retry-for 0 "$folder/card.ppm"
     check "farlink.exe's print server has the document" cmp "$folder/card.ppm" "$folder/served/document-0001.bin"
 }
 
