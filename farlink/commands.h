@@ -32,6 +32,7 @@ void AddHelpCommand(CLI::App& farlink);
 
 // Those that one system's spooler has: see system_commands.h.
 void AddPrintCommand(CLI::App& farlink, Run& run);
+void AddReadCommand(CLI::App& farlink, Run& run);      // the embedded spooler's
 void AddQueryCommand(CLI::App& farlink, Run& run);     // the embedded spooler's
 void AddMonitorCommands(CLI::App& farlink, Run& run);  // Windows
 

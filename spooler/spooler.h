@@ -35,6 +35,11 @@ BOOL ShutdownSpooler();
 BOOL QueryPort(LPCWSTR port, DWORD controlId, const void* input, DWORD inputSize, void* output,
                DWORD outputSize, DWORD* returned);
 
+// Reads what the printer sends by itself, at most `outputSize` bytes, until so many have come or none came
+// for `waitMs`; so 0 bytes is a success too. Below the same conditions as QueryPort, and with the same
+// errors.
+BOOL ReadFromPort(LPCWSTR port, void* output, DWORD outputSize, DWORD waitMs, DWORD* returned);
+
 // --- a monitor's settings --------------------------------------------------------------------------------
 
 // Reads or writes a 32-bit value in key `key` below the monitor's root (the monitor's log settings lie

@@ -253,6 +253,18 @@ test_questions() {
     expect 0 query --to desk 7 --in "$folder/question.bin" --out 2 --json
     is_json whole
     says '"size": 2' && says '"hex": "6100"'
+    local asked=$port
+    serve sending 0 --read-back 'ribbon low'
+    expect 0 port set desk --port "$port"
+    expect 0 read --to desk 6 --raw
+    [[ $(<"$folder/last.out") == ribbon ]] || fail "not what the printer sent"
+    expect 0 read --to desk 64 --wait 0.5 --json
+    is_json whole
+    says '"hex": "206c6f77"'
+    expect 0 read --to desk 64 --wait 0
+    says '^The printer sent nothing'
+    expect 1 read --to nobody 7
+    expect 0 port set desk --port "$asked"
     expect 2 query --to desk 0
     expect 2 query --to desk 7 --hex 123
     expect 2 query --to desk 7 --hex 12 --in "$folder/question.bin"

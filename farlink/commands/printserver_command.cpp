@@ -26,6 +26,7 @@ struct ServerOptions {
     double printing = 0;
     std::string end = "finished";
     std::uint64_t rate = 0;
+    std::string readBack;
     std::vector<std::string> faults;
     int documents = 0;
 };
@@ -56,6 +57,7 @@ printserver::PrintServerOptions ServerOptionsOf(const ServerOptions& options)
                             : options.end == "failed" ? printserver::kFailed
                                                       : printserver::kCancelled;
     server.bytesPerSecond = options.rate;
+    server.parallelData = printserver::Text(options.readBack);
     server.settle = kSettle;
     server.dropSilentClients = true;
     server.keepHistory = false;
@@ -197,6 +199,9 @@ void AddCourse(CLI::App& server, ServerOptions& options)
         ->capture_default_str()
         ->check(CLI::Range(std::uint64_t{0}, std::uint64_t{1'000'000'000}))
         ->type_name("BYTES");
+    server
+        .add_option("--read-back", options.readBack, "What the printer sends by itself, see 'farlink read'")
+        ->type_name("TEXT");
     server.add_option("--fault", options.faults, "Go wrong there, see below; any number of times")
         ->check(AsFault)
         ->type_name("STEP:KIND")

@@ -10,6 +10,7 @@ void AddSystemCommands(CLI::App& farlink, Run& run)
 {
     AddPrintCommand(farlink, run);
     AddQueryCommand(farlink, run);
+    AddReadCommand(farlink, run);
 }
 
 }  // namespace farlink
