@@ -56,6 +56,9 @@ BOOL DisableThreadLibraryCalls(HMODULE)
 
 void PinModule(const void*) {}
 
+CProcessIdentity::CProcessIdentity() = default;
+CProcessIdentity::~CProcessIdentity() = default;
+
 BOOL GetVersionExW(OSVERSIONINFOW* version)
 {
     version->dwMajorVersion = 10;
