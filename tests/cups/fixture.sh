@@ -40,6 +40,11 @@ await() {
     done
 }
 
+# True when lpstat says so of a queue.
+tells() { # QUEUE PATTERN
+    grep -q "$2" <<<"$(lpstat -l -p "$1")"
+}
+
 # --- cupsd ---------------------------------------------------------------------------------------------
 
 make_cups() {

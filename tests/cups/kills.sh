@@ -11,8 +11,9 @@ queues=(quick queued sent slow)  # each longest in another phase
 jobs=()
 killed=0 held=0
 
-# cupsd knows the upper one of a job's two processes.
-uppers() { pgrep -P "$cupsd" || true; }
+# cupsd knows the upper one of a job's two processes. Until there are both, a kill is the end of a job for cupsd,
+# whatever a backend does.
+uppers() { local upper; for upper in $(pgrep -P "$cupsd"); do ! pgrep -P "$upper" >/dev/null || echo "$upper"; done; }
 workers() { local upper; for upper in $(uppers); do pgrep -P "$upper" || true; done; }
 are_saved() { for job in "${jobs[@]}"; do [[ -f $root/spool/$(printf 'c%05d' "${job##*-}") ]] || return 1; done; }
 

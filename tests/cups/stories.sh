@@ -77,7 +77,7 @@ story_odd_uris() {
     start_server a
     add_queue card a '?read-back=later'
     print card "$document"
-    await grep -q "has 'later' as read-back" <(lpstat -p card)
+    await tells card "has 'later' as read-back"
     add_queue card a
     cupsenable card
     await is_done "$job"
@@ -186,7 +186,7 @@ story_outages() {
     add_queue card a '?keep-alive-period=1&keep-alive-timeout=5'
     print card "$document"
     await shows "$job" 'nothing listens'
-    await grep -q 'connecting-to-device' <(lpstat -l -p card)
+    await tells card 'connecting-to-device'
 
     start_server a --queue 3 --seconds 1000
     await shows "$job" 'position 3'
