@@ -7,9 +7,11 @@
 // What this process holds, to be compared before and after something.
 DWORD ThreadCount();
 
-// Handles and thread-local slots are numbered from the lowest that is free: what leaks, raises the next one.
+// Handles are numbered from the lowest that is free: what leaks, raises the next one.
 ULONG_PTR NextHandle();
-DWORD NextSlot();
+
+// Thread-local slots that are still to be had.
+DWORD FreeSlots();
 
 // Bytes in use in all heaps.
 std::size_t HeapBytes();
@@ -24,6 +26,6 @@ public:
 private:
     const DWORD threads = ThreadCount();
     const ULONG_PTR handle = NextHandle();
-    const DWORD slot = NextSlot();
+    const DWORD freeSlots = FreeSlots();
     const std::size_t bytes = HeapBytes();
 };
