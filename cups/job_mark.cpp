@@ -47,7 +47,7 @@ std::optional<Line> LastLine(const std::string& path)
     while (std::getline(file, text) && !file.eof()) {
         std::istringstream fields(text);
         std::string word;
-        Line line;
+        Line line{.state = JobMark::State::InDoubt, .copies = 0, .life = {}};  // unless it can be read
         fields >> word >> line.copies >> line.life;
         for (std::size_t i = 0; i < kWords.size(); ++i)
             if (word == kWords[i])
@@ -189,7 +189,7 @@ try {
         const int old = IsNeeded(entry.path(), life) ? -1 : OpenMark(entry.path(), 0);
         if (old == -1)
             continue;
-        if (flock(old, LOCK_EX | LOCK_NB) == 0)
+        if (flock(old, LOCK_EX | LOCK_NB) == 0 && !IsNeeded(entry.path(), life))
             unlink(entry.path().c_str());
         close(old);
     }

@@ -25,7 +25,7 @@ void HearOfEnd(pid_t parent, int signal)
 {
     prctl(PR_SET_PDEATHSIG, signal);
     if (getppid() != parent)
-        raise(signal);
+        kill(getpid(), signal);  // to the process: whichever thread hears it
 }
 
 // A fault of our own may come again each time: what follows it is the queue's policy.
@@ -48,7 +48,10 @@ int Await(pid_t worker, pid_t scheduler, const sigset_t& signals)
     for (;;) {
         siginfo_t signal{};
         int ending = 0;
-        if (sigwaitinfo(&signals, &signal) == SIGCHLD) {
+        const int number = sigwaitinfo(&signals, &signal);
+        if (number == -1)
+            continue;  // a stop and a continuation interrupt the wait
+        if (number == SIGCHLD) {
             if (waitpid(worker, &ending, WNOHANG) == worker)
                 return wasStopped ? CUPS_BACKEND_OK : StatusOf(ending, signals);
             continue;

@@ -14,7 +14,7 @@ enum class ExitStatus : int {
     Usage = 2,        // the command line makes no sense
     Deleted = 3,      // a document was cancelled, here or at the print server
     Unconfirmed = 4,  // the print server never said what became of a document
-    Queued = 5        // a document stays queued: this process was told to end
+    Queued = 5  // Windows: the print spooler has taken the document, and what becomes of it is its to tell
 };
 
 // Ends a command with one line on standard error: what is wrong and what to do.

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 
+#include "platform/platform.h"
 #include "platform/posix/debug_listener.h"
-#include "platform/posix/utf.h"
 #include "spooler/spooler_error.h"
 
 namespace spooler {
@@ -167,7 +167,8 @@ bool Attempt::LinkIsDead()
 
 Attempt::Step Attempt::ReadBack()
 {
-    if (!order.readBack || !port.ServesReading() || GetTickCount() - lastRead < kReadBackEveryMs)
+    if (!order.readBack || IsAllOut() || !port.ServesReading() ||
+        GetTickCount() - lastRead < kReadBackEveryMs)
         return Step::Taken;
     lastRead = GetTickCount();
     std::vector<BYTE> back(kReadBackSize);
@@ -183,8 +184,8 @@ Attempt::Ending Attempt::Finish(Step step)
 {
     if (IsAllOut())
         listener.TellProgress([](Progress& progress) { progress.phase = Phase::WaitingForCard; });
-    else if (stop.stop_requested())
-        port.Delete();  // here too: whoever stops may not have got to it yet
+    else if (step == Step::Lost || stop.stop_requested())
+        port.Delete();  // a part is not to end in good order; and whoever stops may not have got to it yet
     port.End();
     if (IsCancelledAtServer())
         return {Outcome::CancelledAtServer, {}};

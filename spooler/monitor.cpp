@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/spooler_error.h"
 
 namespace spooler {

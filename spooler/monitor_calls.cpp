@@ -3,7 +3,7 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/api.h"
 #include "spooler/record_writer.h"
 #include "spooler/spooler.h"

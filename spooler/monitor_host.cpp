@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/spooler_error.h"
 
 namespace spooler {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <iterator>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 
 namespace spooler {
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/api.h"
 #include "spooler/job.h"
 #include "spooler/monitor.h"

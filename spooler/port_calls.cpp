@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/api.h"
 #include "spooler/private_port.h"
 #include "spooler/spooler.h"

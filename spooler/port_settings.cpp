@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/instance.h"
 #include "spooler/setting_names.h"
 #include "spooler/spooler_error.h"

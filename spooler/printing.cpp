@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/attempt.h"
 
 namespace spooler {

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "diagnostics/event_types.h"
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "spooler/setting_names.h"
 #include "spooler/spooler_error.h"
 

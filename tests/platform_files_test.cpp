@@ -11,7 +11,6 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "platform/posix/utf.h"
 #include "platform/test_switches.h"
 
 namespace {

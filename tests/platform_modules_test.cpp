@@ -12,7 +12,6 @@
 
 #include "platform/platform.h"
 #include "platform/posix/module_list.h"
-#include "platform/posix/utf.h"
 #include "platform/test_switches.h"
 
 // PLATFORM_TEST_LIBRARY is the path of the library made from platform_test_library.cpp.

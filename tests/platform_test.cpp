@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "platform/platform.h"
-#include "platform/posix/utf.h"
 #include "platform/test_switches.h"
 
 namespace {

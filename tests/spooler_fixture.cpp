@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "platform/test_switches.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include <optional>
 #include <thread>
 
-#include "platform/posix/utf.h"
+#include "platform/platform.h"
 #include "tests/spooler_fixture.h"
 
 namespace {

@@ -93,14 +93,15 @@ public:
     {
     }
 
-    // A document that fails doesn't keep the others from being printed; a stop does.
+    // A document that fails doesn't keep the others from being printed; a stop does, and counts only where it
+    // leaves something undone.
     ExitStatus Print()
     {
         ExitStatus worst = ExitStatus::Done;
         for (const std::string& file : options.files) {
-            worst = Worse(worst, PrintFile(file));
             if (stop.stop_requested())
                 return Worse(worst, ExitStatus::Deleted);
+            worst = Worse(worst, PrintFile(file));
         }
         return worst;
     }
@@ -113,9 +114,12 @@ private:
             const auto document = IsStandardInput(file)
                                       ? spooler::Document::OpenDescriptor(0, DocumentName(file), stop)
                                       : spooler::Document::OpenFile(file, stop);
-            for (unsigned copy = 1; copy <= options.copies && !stop.stop_requested(); ++copy)
+            for (unsigned copy = 1; copy <= options.copies; ++copy) {
+                if (stop.stop_requested())
+                    return Worse(worst, ExitStatus::Deleted);
                 worst = Worse(worst,
                               PrintCopy(*document, {TitleOf(file), copy, options.copies, document->Size()}));
+            }
             return worst;
         } catch (const spooler::SpoolerError& error) {
             view->Refuse(DocumentName(file), error.text);

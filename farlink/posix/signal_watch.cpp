@@ -47,10 +47,20 @@ void TakeThoseOfTheSameMoment(const sigset_t& watched)
         continue;
 }
 
-void Watch(const sigset_t& watched, std::stop_source stop)
+// On a thread of its own, since what is told of the stop may wait for a reader of our output.
+void RequestStop(std::stop_source stop)
+{
+    try {
+        std::thread([stop]() mutable { stop.request_stop(); }).detach();
+    } catch (const std::system_error&) {
+        stop.request_stop();
+    }
+}
+
+void Watch(const sigset_t& watched, const std::stop_source& stop)
 {
     Await(watched);
-    stop.request_stop();
+    RequestStop(stop);
     TakeThoseOfTheSameMoment(watched);
     (void)sigtimedwait(&watched, nullptr, &kPatience);
     _exit(static_cast<int>(ExitStatus::Deleted));

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "farlink/commands.h"
+#include "farlink/file_path.h"
 #include "farlink/interrupts.h"
-#include "farlink/wide_text.h"
 #include "farlink/windows/printer_ports.h"
 
 namespace farlink {

@@ -24,9 +24,6 @@ void AddSystemCommands(CLI::App& farlink, Run& run)
 {
     AddMonitorCommands(farlink, run);
     AddPrintCommand(farlink, run);
-    AddAbsent(farlink, "jobs",
-              "the Windows print queue shows, cancels and restarts jobs; 'farlink status NAME' lists "
-              "those that wait on a port");
     AddAbsent(farlink, "read", "its spooler reads from a port for a driver only");
     AddAbsent(farlink, "query", "its spooler passes no questions of programs on to a port");
 }

@@ -9,12 +9,12 @@
 #include <limits>
 #include <optional>
 
+#include "platform/platform.h"
 #include "platform/posix/call_switch.h"
 #include "platform/posix/file_access.h"
 #include "platform/posix/handles.h"
 #include "platform/posix/held_signal.h"
 #include "platform/posix/last_error.h"
-#include "platform/posix/utf.h"
 
 namespace {
 

@@ -10,7 +10,6 @@
 #include "platform/platform.h"
 #include "platform/posix/call_switch.h"
 #include "platform/posix/module_list.h"
-#include "platform/posix/utf.h"
 
 namespace {
 

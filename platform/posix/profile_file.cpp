@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/platform.h"
 #include "platform/posix/call_switch.h"
-#include "platform/posix/utf.h"
 
 namespace {
 

@@ -11,8 +11,6 @@
 extern "C" {
 
 constexpr DWORD SERVER_ACCESS_ADMINISTER = 1;
-constexpr DWORD PRINTER_ACCESS_ADMINISTER = 4;
-constexpr DWORD PRINTER_ACCESS_USE = 8;
 
 constexpr DWORD JOB_CONTROL_PAUSE = 1;
 constexpr DWORD JOB_CONTROL_RESUME = 2;
@@ -21,17 +19,12 @@ constexpr DWORD JOB_CONTROL_RESTART = 4;
 constexpr DWORD JOB_CONTROL_DELETE = 5;
 constexpr DWORD JOB_CONTROL_SENT_TO_PRINTER = 6;
 
-constexpr DWORD JOB_STATUS_PAUSED = 0x1;
-constexpr DWORD JOB_STATUS_ERROR = 0x2;
 constexpr DWORD JOB_STATUS_DELETING = 0x4;
-constexpr DWORD JOB_STATUS_SPOOLING = 0x8;
 constexpr DWORD JOB_STATUS_PRINTING = 0x10;
 constexpr DWORD JOB_STATUS_PRINTED = 0x80;
 constexpr DWORD JOB_STATUS_DELETED = 0x100;
 constexpr DWORD JOB_STATUS_RESTART = 0x800;
-constexpr DWORD JOB_STATUS_COMPLETE = 0x1000;
 
-constexpr DWORD PRINTER_ENUM_LOCAL = 2;
 constexpr DWORD PORT_TYPE_WRITE = 1;
 constexpr DWORD DI_CHANNEL = 1;
 
@@ -109,31 +102,6 @@ struct MONITOR_INFO_2W {
 };
 
 static_assert(sizeof(MONITOR_INFO_2W) == 24);
-
-struct PRINTER_INFO_2W {
-    LPWSTR pServerName;
-    LPWSTR pPrinterName;
-    LPWSTR pShareName;
-    LPWSTR pPortName;
-    LPWSTR pDriverName;
-    LPWSTR pComment;
-    LPWSTR pLocation;
-    DEVMODEW* pDevMode;
-    LPWSTR pSepFile;
-    LPWSTR pPrintProcessor;
-    LPWSTR pDatatype;
-    LPWSTR pParameters;
-    PSECURITY_DESCRIPTOR pSecurityDescriptor;
-    DWORD Attributes;
-    DWORD Priority;
-    DWORD DefaultPriority;
-    DWORD StartTime;
-    DWORD UntilTime;
-    DWORD Status;
-    DWORD cJobs;
-    DWORD AveragePPM;
-};
-static_assert(sizeof(PRINTER_INFO_2W) == 136 && offsetof(PRINTER_INFO_2W, cJobs) == 128);
 
 // What the spooler hands a monitor for its persistent settings. Every function gives 0 or a platform
 // error word; the last argument is MONITORINIT's hSpooler.
@@ -220,7 +188,6 @@ static_assert(sizeof(MONITOR2) == 160);
 // ",XcvPort <port>". Unknown printers are ERROR_INVALID_PRINTER_NAME, unknown monitors and ports
 // ERROR_UNKNOWN_PORT. Asking for SERVER_ACCESS_ADMINISTER in `defaults` takes the right to it.
 BOOL OpenPrinterW(LPWSTR name, LPHANDLE printer, PRINTER_DEFAULTSW* defaults);
-// Drops a document that was begun on the handle and not ended.
 BOOL ClosePrinter(HANDLE printer);
 // Level 2 only. A job id that is none of this printer's is ERROR_INVALID_PARAMETER, `needed` 0.
 BOOL GetJobW(HANDLE printer, DWORD jobId, DWORD level, LPBYTE job, DWORD size, LPDWORD needed);
@@ -251,25 +218,6 @@ BOOL AddMonitorW(LPWSTR name, DWORD level, LPBYTE monitors);
 BOOL DeleteMonitorW(LPWSTR name, LPWSTR environment, LPWSTR monitorName);
 // Level 2 only (MONITOR_INFO_2W).
 BOOL EnumMonitorsW(LPWSTR name, DWORD level, LPBYTE monitors, DWORD size, LPDWORD needed, LPDWORD returned);
-
-// Level 2 (PRINTER_INFO_2W); pPrinterName and pPortName count. Gives a handle to the new printer, or
-// null: ERROR_PRINTER_ALREADY_EXISTS, ERROR_UNKNOWN_PORT, ERROR_INVALID_PRINTER_NAME (empty, or with a
-// comma or backslash).
-HANDLE AddPrinterW(LPWSTR name, DWORD level, LPBYTE printer);
-// ERROR_PRINTER_HAS_JOBS_QUEUED while jobs wait, run, or are kept for the user. The handle stays open.
-BOOL DeletePrinter(HANDLE printer);
-// Level 2 only; flags PRINTER_ENUM_LOCAL.
-BOOL EnumPrintersW(DWORD flags, LPWSTR name, DWORD level, LPBYTE printers, DWORD size, LPDWORD needed,
-                   LPDWORD returned);
-
-// Begins a document (level 1, DOC_INFO_1W, datatype null or RAW) and gives its job id, or 0.
-DWORD StartDocPrinterW(HANDLE printer, DWORD level, LPBYTE document);
-BOOL WritePrinter(HANDLE printer, LPVOID data, DWORD size, LPDWORD written);
-// TRUE only when the document is safe on disk and accepted as a job.
-BOOL EndDocPrinter(HANDLE printer);
-// Level 2 only: jobs `first` (from 0) and at most `count`, oldest first, finished ones too.
-BOOL EnumJobsW(HANDLE printer, DWORD first, DWORD count, DWORD level, LPBYTE jobs, DWORD size, LPDWORD needed,
-               LPDWORD returned);
 
 // The monitor's one export.
 MONITOR2* InitializePrintMonitor2(MONITORINIT* pMonitorInit, PHANDLE phMonitor);

@@ -86,8 +86,6 @@ check_tool_prints() {
 check_tool_others() {
     expect 0 about
     says '^Farlink.dll'
-    expect 2 jobs cancel 3
-    complains 'There is no .farlink jobs. on Windows'
     expect 2 query --to desk 1
     complains 'There is no .farlink query. on Windows'
     expect 0 man

@@ -1,4 +1,0 @@
-#pragma once
-
-#include "farlink/file_path.h"
-#include "platform/platform.h"
