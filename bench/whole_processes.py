@@ -60,4 +60,4 @@ def rows(folder, peer, environment):
                 CUPS=middle("processor", 1), bare=middle("processor", 2)),
             row("rate at the peer", 1, True, 1.0, "rate"),
             row("rate at the peer", 2, True, 0.9, "rate", bytes_per_second=middle("rate", 0)),
-            row("start to end, with spool file and waits", 1, False, None, "wall", seconds=middle("wall", 0))]
+            row("start to end, with waits", 1, False, None, "wall", seconds=middle("wall", 0))]
