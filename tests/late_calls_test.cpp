@@ -172,10 +172,12 @@ TEST_F(LateCalls, AFirstWriteOrReadLetsAQueryGetItsAnswer)
     Beside([this] { return Query(5); });
     ASSERT_TRUE(server->WaitFor(EventKind::PrinterDataQuery, 3));
     log.Clear();
+    std::thread deleting;
     log.AtLine("{krelIniPort::writePort",
-               [this] { std::thread([this] { EXPECT_EQ(0u, DeletePort(TEXT("Card 1"))); }).detach(); });
+               [&] { deleting = std::thread([this] { EXPECT_EQ(0u, DeletePort(TEXT("Card 1"))); }); });
     EXPECT_FALSE(Write({1}));
     EXPECT_EQ(0, Result());
-    EXPECT_TRUE(log.WaitFor("}krelPortMonitor::deletePortEntry"));
+    deleting.join();
+    EXPECT_TRUE(log.Has("}krelPortMonitor::deletePortEntry"));
     ExpectNothingLeft();
 }

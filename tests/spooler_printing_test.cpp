@@ -23,7 +23,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr double kTimeScale = 0.02;
+constexpr double kTimeScale = 0.1;
 constexpr double kOpeningScale = 0.5;  // the opening's polls wait for the server's threads
 constexpr std::size_t kLarge = 3000000;
 constexpr std::size_t kHuge =

@@ -21,8 +21,10 @@ std::string_view FirstLineOf(std::string_view record)
 
 LogFollower::News LogFollower::Look()
 {
-    const std::uint64_t sizeNow = file.Size();
-    if (isSettled && sizeNow == size && Marks() == marks)
+    const std::uint64_t sizeNow =
+        file.Size();  // both before the lines: what is written meanwhile shows next time
+    const std::string marksNow = Marks();
+    if (isSettled && sizeNow == size && marksNow == marks)
         return {};
     News news;
     if (HasGrown(sizeNow)) {
@@ -30,7 +32,9 @@ LogFollower::News LogFollower::Look()
         added.resize(added.rfind('\n') + 1);
         for (const std::string_view record : RecordsOf(added))
             news.records.emplace_back(record);
-        Remember(end + added.size());
+        size = sizeNow;
+        end += added.size();
+        marks = Marks();
     } else {
         const NewestLines newest = ReadNewestLines(file, kEverything);
         if (hasMarker && !newest.hasMarker && ++looksWithoutMarker < kLooksForMarker)
@@ -38,7 +42,10 @@ LogFollower::News LogFollower::Look()
         hasMarker = newest.hasMarker;
         looksWithoutMarker = 0;
         news = LookBehind(RecordsOf(newest.lines));
-        Remember(newest.end);
+        begun = true;
+        size = sizeNow;
+        marks = newest.end == end ? marksNow : std::string();  // of another place: another look takes them
+        end = newest.end;
     }
     if (!news.records.empty())
         last = FirstLineOf(news.records.back());
@@ -71,14 +78,6 @@ LogFollower::News LogFollower::LookBehind(const std::vector<std::string_view>& r
     if (!isSettled && !news.records.empty())
         news.records.back() = FirstLineOf(news.records.back());  // with half a line behind it
     return news;
-}
-
-void LogFollower::Remember(std::uint64_t newestEnd)
-{
-    begun = true;
-    size = file.Size();
-    end = newestEnd;
-    marks = Marks();
 }
 
 std::string LogFollower::Marks()

@@ -26,7 +26,6 @@ public:
 private:
     bool HasGrown(std::uint64_t size);
     News LookBehind(const std::vector<std::string_view>& records);
-    void Remember(std::uint64_t newestEnd);
     // What stands around the newest line's end and at the start of the file: where a writer goes on.
     std::string Marks();
 
