@@ -46,8 +46,8 @@ readme_command() { # PATTERN
 sudo() { "$@"; }
 
 is_done() { lpstat -W completed -o | grep -q "^$1 "; }
-is_printing() { grep -q 'receiving a document' "$1.out"; }
-has_came_out() { cmp -s badge.prn "$(find "$1" -type f | sort | tail -n 1)"; }
+are_printing() { [[ $(grep -c 'receiving a document' "$2.out") -ge $1 ]]; }
+have_come_out() { find "$1" -type f -print0 | xargs -0 -n 1 cmp badge.prn; }
 
 check_completion() {
     local words='source /usr/share/bash-completion/completions/farlink; COMP_WORDS=(farlink pri); COMP_CWORD=1
@@ -72,16 +72,23 @@ use_package() {
     readme_command 'lpadmin'
     readme_command '^lp '
     await is_done front-desk-1
-    has_came_out cups-cards || fail "CUPS printed other bytes"
+    have_come_out cups-cards || fail "CUPS printed other bytes"
 
-    start_server cards 9200 --printing 4
+    # An upgrade in the middle of two documents: what runs keeps the files that it began with.
+    start_server cards 9200 --rate 30000
     farlink port add desk --server card-server --port 9200
+    lpadmin -p back-desk -E -v farlink://card-server:9200/ -P /usr/share/cups/model/farlink-raw.ppd
     farlink print --to desk badge.prn >print.out &
     local printing=$!
-    await is_printing cards
+    await are_printing 1 cards
+    lp -d back-desk badge.prn
+    await are_printing 2 cards
     dpkg --install farlink_*.deb >upgrade.out || fail "the upgrade failed"
-    wait "$printing" || fail "the upgrade broke the document under way"
-    has_came_out cards || fail "farlink printed other bytes"
+    ! is_done back-desk-2 || fail "the upgrade came too late to show anything"
+    wait "$printing" || fail "the upgrade broke the document of farlink print"
+    await is_done back-desk-2
+    [[ $(find cards -type f | wc -l) -eq 2 ]] || fail "not two cards came out"
+    have_come_out cards || fail "other bytes were printed"
 
     [[ $(man farlink) == *printserver* ]] || fail "the man page doesn't render"
     check_completion
