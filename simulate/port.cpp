@@ -139,10 +139,18 @@ void Port::End(Document& document)
 
 bool Port::PrintOnce(Document& document)
 {
-    if (!Start(document) || document.isOvertaken) {
+    const bool started = Start(document) && !document.isOvertaken;
+    if (started)
+        WriteAndEnd(document);
+    else
         document.isEnded = true;
-        return false;
-    }
+    if (document.wasRestarted)  // also by a call that came late for the document before
+        lastRestarted = document.job;
+    return started;
+}
+
+void Port::WriteAndEnd(Document& document)
+{
     std::size_t written = 0;
     for (int tries = 0; written < document.size && tries < 400 && !world.spooler.IsGoing(document.job);
          ++tries) {
@@ -154,9 +162,6 @@ bool Port::PrintOnce(Document& document)
             Pause(500 * kMillisecond);
     }
     End(document);
-    if (document.wasRestarted)
-        lastRestarted = document.job;
-    return true;
 }
 
 void Port::Print(DWORD job, std::size_t size)

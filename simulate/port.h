@@ -30,6 +30,7 @@ public:
 
 private:
     bool MustSucceed(const Document& document) const;
+    void WriteAndEnd(Document& document);
 
     World& world;
     Document* latest = nullptr;
