@@ -100,7 +100,7 @@ bool CDocument::TakePrinter(LPCWSTR printerName)
             return false;
         printer = std::move(opened);
     }
-    const bool isSecondRun = owner.IsSecondRun(jobId);
+    const bool isSecondRun = owner.IsSecondRun(*this);
     CLockScope held(lock);
     jobIsRestarted = isSecondRun;
     return true;
@@ -109,20 +109,23 @@ bool CDocument::TakePrinter(LPCWSTR printerName)
 void CDocument::Finish()
 try {
     CFunctionTrace trace("krelIniPort::endDocPort");
-    const State found = BeginFinishing();
+    std::shared_ptr<CPrinterHandle> used;
+    const State found = BeginFinishing(used);
     if (found == State::Finishing)
         return;  // another call is at it
     bool gaveUp = false;
     if (found == State::Open) {
         CloseDataChannel();
         if (inChannelMode) {
-            (void)SetJobW(HandleOf(Printer()), jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+            (void)SetJobW(HandleOf(used), jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+            used.reset();
             End();
             return;
         }
-        gaveUp = !TellSpooler(trace);
+        gaveUp = !TellSpooler(HandleOf(used), trace);
     }
-    ReportJobStatus(trace);
+    ReportJobStatus(HandleOf(used), trace);
+    used.reset();
     End();
     if (gaveUp)
         SetLastError(ERROR_GEN_FAILURE);  // what came after must not hide it from the spooler
@@ -131,11 +134,12 @@ try {
     throw;
 }
 
-// Gives the state before.
-CDocument::State CDocument::BeginFinishing()
+// Gives the state before, and the printer that goes with it.
+CDocument::State CDocument::BeginFinishing(std::shared_ptr<CPrinterHandle>& used)
 {
     CLockScope held(lock);
     const State found = state;
+    used = printer;
     if (state == State::Open)
         state = State::Finishing;
     return found;
@@ -153,7 +157,7 @@ void CDocument::CloseDataChannel()
 }
 
 // False when the job was given up.
-bool CDocument::TellSpooler(CFunctionTrace& trace)
+bool CDocument::TellSpooler(HANDLE usedPrinter, CFunctionTrace& trace)
 {
     std::shared_ptr<CCommandChannel> command;
     {
@@ -161,12 +165,12 @@ bool CDocument::TellSpooler(CFunctionTrace& trace)
         if (!jobInError)
             command = commandChannel;
     }
-    return !command || AwaitFinalState(*command, trace);
+    return !command || AwaitFinalState(*command, usedPrinter, trace);
 }
 
 // Waits until the print server is through with the job. False when the job was given up. Without any
 // notification there is nothing to tell, and a document that was ended meanwhile has nobody to tell it for.
-bool CDocument::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
+bool CDocument::AwaitFinalState(CCommandChannel& channel, HANDLE usedPrinter, CFunctionTrace& trace)
 {
     for (int look = 0; look < kFinalStateLooks && MayWait(); ++look) {
         if (IsFinal(channel.GetLPQInfo().boundJobState))
@@ -177,7 +181,7 @@ bool CDocument::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
     if (boundJobState == kNoNotification || !IsStill(State::Finishing))
         return true;
     if (IsFinal(boundJobState)) {
-        MarkAsSent(trace);
+        MarkAsSent(usedPrinter, trace);
         return true;
     }
     HandleErrorInPrintJob(State::Finishing);
@@ -185,10 +189,9 @@ bool CDocument::AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace)
 }
 
 // The spooler keeps a job that it was asked to restart; the second run has to remove it.
-void CDocument::MarkAsSent(CFunctionTrace& trace)
+void CDocument::MarkAsSent(HANDLE usedPrinter, CFunctionTrace& trace)
 {
-    const std::shared_ptr<CPrinterHandle> used = Printer();
-    if (!SetJobW(HandleOf(used), jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER)) {
+    if (!SetJobW(usedPrinter, jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER)) {
         trace.Log(krelpmEventWarning,
                   "Call to SetJob() failed - unable to mark print job as sent to printer.");
         return;
@@ -199,14 +202,13 @@ void CDocument::MarkAsSent(CFunctionTrace& trace)
         isRestarted = jobIsRestarted;
     }
     if (isRestarted)
-        (void)SetJobW(HandleOf(used), jobId, 0, nullptr, JOB_CONTROL_DELETE);
+        (void)SetJobW(usedPrinter, jobId, 0, nullptr, JOB_CONTROL_DELETE);
 }
 
-void CDocument::ReportJobStatus(CFunctionTrace& trace)
+void CDocument::ReportJobStatus(HANDLE usedPrinter, CFunctionTrace& trace)
 {
-    const std::shared_ptr<CPrinterHandle> used = Printer();
     CJobRecord record;
-    if (record.Read(HandleOf(used), jobId))
+    if (record.Read(usedPrinter, jobId))
         trace.Log(krelpmEventInfo, "Job status in EndDocPort: 0x%X.", record.Status());
     else
         trace.Log(krelpmEventWarning, "Call to GetJob() failed - unable to read job status.");

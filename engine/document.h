@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "diagnostics/locks.h"
@@ -9,6 +10,7 @@
 
 class CCommandChannel;
 class CDataChannel;
+class CDocument;
 class CFunctionTrace;
 
 // What a document asks of its port and tells it. Any thread, with locks of the document's channels held;
@@ -25,9 +27,10 @@ public:
     virtual void WorkerEnds() = 0;
 
     // The spooler has been asked to restart the job: its next run is to be told from a first one.
-    virtual void RememberRestart(DWORD jobId) = 0;
-    // True when the job is the one remembered. Any other ends that memory; job 0 says nothing about it.
-    virtual bool IsSecondRun(DWORD jobId) = 0;
+    // Job 0 is no job, and a document that isn't the port's current one is not heard.
+    virtual void RememberRestart(const CDocument& asking) = 0;
+    // True when its job is the one remembered. Any other job ends that memory; the same exceptions.
+    virtual bool IsSecondRun(const CDocument& asking) = 0;
 
 protected:
     ~CDocumentOwner() = default;
@@ -126,12 +129,12 @@ private:
     bool MayWait() const;
     bool IsAbandoned() const;
     bool TakePrinter(LPCWSTR printerName);
-    State BeginFinishing();
+    State BeginFinishing(std::shared_ptr<CPrinterHandle>& used);
     void CloseDataChannel();
-    bool TellSpooler(CFunctionTrace& trace);
-    bool AwaitFinalState(CCommandChannel& channel, CFunctionTrace& trace);
-    void MarkAsSent(CFunctionTrace& trace);
-    void ReportJobStatus(CFunctionTrace& trace);
+    bool TellSpooler(HANDLE usedPrinter, CFunctionTrace& trace);
+    bool AwaitFinalState(CCommandChannel& channel, HANDLE usedPrinter, CFunctionTrace& trace);
+    void MarkAsSent(HANDLE usedPrinter, CFunctionTrace& trace);
+    void ReportJobStatus(HANDLE usedPrinter, CFunctionTrace& trace);
     static void ShutDown(Channels dropped);
 
     // setup.cpp
@@ -152,15 +155,16 @@ private:
 
     // job_status.cpp
     std::shared_ptr<CPrinterHandle> Printer() const;
-    bool MarkInError(State during);
+    bool MarkInError(State during, std::shared_ptr<CPrinterHandle>& used);
     void HandleErrorInPrintJob(State during);
-    void RestartJob(CFunctionTrace& trace);
+    void RestartJob(HANDLE usedPrinter, CFunctionTrace& trace);
 
     CDocumentOwner& owner;
 
     // In channel mode, held while channels are made, so that two calls don't both make them; and through a
     // query over a command channel alone, which the first write or read drops for a pair.
     CLock setupLock;
+    std::atomic<DWORD> cancellingThread{0};  // that is asking the spooler to delete the job; none while 0
 
     mutable CLock lock;  // leaf lock, guards the fields below
     State state THREAD_ANNOTATION(guarded_by(lock)) = State::Open;

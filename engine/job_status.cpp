@@ -7,6 +7,7 @@
 #include "diagnostics/function_trace.h"
 #include "engine/document.h"
 #include "engine/job_record.h"
+#include "link/thread_mark.h"
 
 bool CJobRecord::Read(HANDLE printer, DWORD jobId)
 {
@@ -71,31 +72,34 @@ void ControlJob(HANDLE printer, DWORD jobId, CJobRecord& record, DWORD command, 
 void CDocument::HandleErrorInPrintJob(State during)
 {
     CFunctionTrace trace("krelIniPort::HandleErrorInPrintJob");
-    if (MarkInError(during))
-        RestartJob(trace);
+    std::shared_ptr<CPrinterHandle> used;
+    if (MarkInError(during, used))
+        RestartJob(HandleOf(used), trace);
     SetLastError(ERROR_GEN_FAILURE);
 }
 
-bool CDocument::MarkInError(State during)
+// Gives the printer too: a moment later the document may have given it back.
+bool CDocument::MarkInError(State during, std::shared_ptr<CPrinterHandle>& used)
 {
     CLockScope held(lock);
     if (state != during)
         return false;
     jobInError = true;
+    used = printer;
     return true;
 }
 
-void CDocument::RestartJob(CFunctionTrace& trace)
+void CDocument::RestartJob(HANDLE usedPrinter, CFunctionTrace& trace)
 {
-    const std::shared_ptr<CPrinterHandle> used = Printer();
     CJobRecord record;
-    if (!record.Read(HandleOf(used), jobId)) {
+    if (!record.Read(usedPrinter, jobId)) {
         trace.Log(krelpmEventWarning,
                   "Call to getJob() failed - unable to mark print job as being in error state.");
     } else if (!record.IsGoing()) {
-        if (jobId != 0)
-            owner.RememberRestart(jobId);
-        ControlJob(HandleOf(used), jobId, record, JOB_CONTROL_RESTART,
+        if (inChannelMode && !IsStill(State::Open))
+            return;  // its end tells the spooler that it is sent, whatever has failed in it
+        owner.RememberRestart(*this);
+        ControlJob(usedPrinter, jobId, record, JOB_CONTROL_RESTART,
                    "Call to SetJob() failed - unable to restart.", "Job status after restarting job 0x%X.",
                    trace);
     }
@@ -107,6 +111,7 @@ void CDocument::CancelCurrentPrintJob()
     const CCallScope inside(owner);
     if (IsAbandoned())
         return;
+    const CThreadMark cancelling(cancellingThread);
     const std::shared_ptr<CPrinterHandle> used = Printer();
     CJobRecord record;
     if (!record.Read(HandleOf(used), jobId))

@@ -105,14 +105,14 @@ bool CDocument::MayConnect() const
     return state == State::Open && !abandoned;
 }
 
-// In channel mode, until both channels stand. Not from inside a cancellation: that thread holds what a thread
-// with the lock may be waiting for.
+// In channel mode, until both channels stand. Not from inside a cancellation, of whichever channel: a thread
+// with the lock may be waiting for that one, or for what it holds.
 bool CDocument::NeedsSetupLock() const
 {
     if (!inChannelMode)
         return false;
     CLockScope held(lock);
-    return !bothStand && !(commandChannel && commandChannel->IsCancelling());
+    return !bothStand && cancellingThread != GetCurrentThreadId();
 }
 
 // In channel mode the first write or read makes both channels, and later ones find them.

@@ -10,6 +10,8 @@
 namespace {
 
 constexpr DWORD kTickMs = 1000;
+constexpr DWORD kBreathMs =
+    1;  // between passes over a socket that never gets empty: others want to read it too
 constexpr DWORD kWorkerEndMs = 10000;
 
 // True when more than `seconds` have passed since `stamp`. Differences of 32 bits survive the wrap of the
@@ -81,7 +83,7 @@ void CCommandChannel::RunWorker()
 {
     CFunctionTrace trace("CCommandChannel::ThreadProc");
     for (;;) {
-        const DWORD waited = WaitForSingleObject(exitEvent, passCutShort ? 0 : kTickMs);
+        const DWORD waited = WaitForSingleObject(exitEvent, passCutShort ? kBreathMs : kTickMs);
         if (waited == WAIT_OBJECT_0)
             break;
         if (waited == WAIT_FAILED)

@@ -4,6 +4,7 @@
 #include "diagnostics/function_trace.h"
 #include "link/command_channel.h"
 #include "link/command_channel_message.h"
+#include "link/thread_mark.h"
 #include "link/wire_codes.h"
 
 namespace {
@@ -13,18 +14,6 @@ constexpr LONG kCancelledAtServer = 9;
 // A pass of the worker's over the socket that lasts longer goes on in another tick, at once: notifications
 // without end must not keep it from testing the silence, or from sending its own keep-alives.
 constexpr DWORD kLongestPassMs = 1000;
-
-// Holds the calling thread's id while it stands.
-class CThreadMark {
-public:
-    explicit CThreadMark(std::atomic<DWORD>& place) : mark(place) { mark = GetCurrentThreadId(); }
-    ~CThreadMark() { mark = 0; }
-    CThreadMark(const CThreadMark&) = delete;
-    CThreadMark& operator=(const CThreadMark&) = delete;
-
-private:
-    std::atomic<DWORD>& mark;
-};
 
 bool IsIoctl(const CCommandChannelMessage& message, DWORD requestId)
 {

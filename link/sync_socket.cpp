@@ -59,6 +59,8 @@ COpenSocket::~COpenSocket()
     if (handle == INVALID_SOCKET)
         return;
     const DWORD lastError = GetLastError();
+    if (endsInOrder)
+        DropUnread(handle);
     (void)closesocket(handle);
     SetLastError(lastError);
 }
@@ -99,7 +101,7 @@ unsigned CSyncSocket::EndConnection(bool inOrder)
     CFunctionTrace trace("CSyncSocket::Disconnect");
     std::shared_ptr<COpenSocket> dropped;
     std::shared_ptr<COpenSocket> woken;
-    bool mayDrop = false;
+    bool isAlone = false;
     unsigned count;
     {
         CLockScope handles(handleLock);
@@ -108,13 +110,16 @@ unsigned CSyncSocket::EndConnection(bool inOrder)
         socketHandle.reset();
         if (dropped)
             lastDisconnected = dropped;
-        mayDrop = inOrder && dropped.use_count() == 1;  // another user takes what there is itself
+        isAlone = dropped.use_count() == 1;
         woken = lastDisconnected.lock();
     }
     if (dropped)
         trace.Log(krelpmEventInfo, "Disconnecting socket.");
-    if (mayDrop)
-        DropUnread(dropped->handle);
+    if (dropped && inOrder) {
+        dropped->endsInOrder = true;  // for the last user
+        if (isAlone)
+            DropUnread(dropped->handle);
+    }
     if (woken) {
         woken->disconnected = true;
         WakeBlockedCalls(woken->handle);
@@ -293,7 +298,7 @@ bool CSyncSocket::Send(const void* buffer, DWORD length, DWORD* sent)
         const int part = static_cast<int>(std::min(length - *sent, kMaxSingleSend));
         const int result = ::send(handle, bytes + *sent, part, 0);
         if (result < 0) {
-            const int error = WSAGetLastError();
+            const int error = used && used->disconnected ? WSA_OPERATION_ABORTED : WSAGetLastError();
             Disconnect();
             trace.Fail("Call to send() failed; WSAGetLastError returned %i.", error);
             return false;

@@ -18,6 +18,8 @@ public:
     SOCKET handle = INVALID_SOCKET;  // set once, before the object is shared
     // Set before its users are woken: what they then see is our own disconnect, not the peer's.
     std::atomic<bool> disconnected{false};
+    // What is unread is dropped before the close, see DisconnectInOrder.
+    std::atomic<bool> endsInOrder{false};
 };
 
 // A blocking IPv4 stream socket, with the name and port of its peer held from construction. Nothing in

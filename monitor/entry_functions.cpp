@@ -29,13 +29,13 @@ Result WithoutExceptions(Result afterException, Forward forward)
 template <class Forward>
 BOOL CallPort(HANDLE hPort, const char* function, Forward forward)
 {
-    krelIniPort* port = static_cast<krelIniPort*>(hPort);
-    const krelPortCall inside(port);  // to the last: the library may be unloaded when no call is inside
-    const CThreadPortTag tag(port ? inside.Settings().server : nullptr, inside.Settings().portNumber);
+    // To the last: the library may be unloaded when no call is inside.
+    const krelPortCall inside(static_cast<krelIniPort*>(hPort));
+    const CThreadPortTag tag(hPort ? inside.Settings().server : nullptr, inside.Settings().portNumber);
     WriteEntryLine(function);
-    if (port == nullptr)
+    if (hPort == nullptr)
         return FALSE;
-    return WithoutExceptions(FALSE, [&] { return forward(*port) ? TRUE : FALSE; });
+    return WithoutExceptions(FALSE, [&] { return forward(inside) ? TRUE : FALSE; });
 }
 
 template <class Forward>
@@ -79,42 +79,47 @@ void gShutdown(HANDLE hMonitor)
 
 BOOL gStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo)
 {
-    return CallPort(hPort, "gStartDocPort", [&](krelIniPort& port) {
-        return port.startDocPort(pPrinterName, JobId, Level, pDocInfo);
+    return CallPort(hPort, "gStartDocPort", [&](const krelPortCall& call) {
+        return call.Port().startDocPort(pPrinterName, JobId, Level, pDocInfo);
     });
 }
 
 BOOL gWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten)
 {
-    return CallPort(hPort, "gWritePort",
-                    [&](krelIniPort& port) { return port.writePort(pBuffer, cbBuf, pcbWritten); });
+    return CallPort(hPort, "gWritePort", [&](const krelPortCall& call) {
+        return call.Document().Write(pBuffer, cbBuf, pcbWritten);
+    });
 }
 
 BOOL gReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead)
 {
-    return CallPort(hPort, "gReadPort",
-                    [&](krelIniPort& port) { return port.readPort(pBuffer, cbBuffer, pcbRead); });
+    return CallPort(hPort, "gReadPort", [&](const krelPortCall& call) {
+        return call.Document().Read(pBuffer, cbBuffer, pcbRead);
+    });
 }
 
 BOOL gEndDocPort(HANDLE hPort)
 {
-    return CallPort(hPort, "gEndDocPort", [](krelIniPort& port) { return port.endDocPort(); });
+    return CallPort(hPort, "gEndDocPort", [](const krelPortCall& call) {
+        call.Document().Finish();
+        return true;
+    });
 }
 
 BOOL gClosePort(HANDLE hPort)
 {
-    return CallPort(hPort, "gClosePort", [](krelIniPort&) {
+    return CallPort(hPort, "gClosePort", [](const krelPortCall&) {
         CFunctionTrace trace("krelIniPort::Close");
         return true;
     });
 }
 
-BOOL gGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
-                             DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned)
+BOOL gGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR, LPWSTR lpInBuffer, DWORD cbInBuffer,
+                             LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned)
 {
-    return CallPort(hPort, "gGetPrinterDataFromPort", [&](krelIniPort& port) {
-        return port.getPrinterDataFromPort(ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer,
-                                           cbOutBuffer, lpcbReturned);
+    return CallPort(hPort, "gGetPrinterDataFromPort", [&](const krelPortCall& call) {
+        return call.Document().Query(ControlID, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,
+                                     lpcbReturned);
     });
 }
 

@@ -6,6 +6,8 @@
 #include "engine/document.h"
 #include "platform/platform.h"
 
+class krelPortCall;
+
 // One configured port: its record, who is inside it, and its current document. The spooler's handle of an
 // open port is this object's plain address, so a deleted port stays allocated until its monitor is
 // destroyed; once the calls that the deletion met are out its document is over, and every call on it fails
@@ -29,14 +31,11 @@ public:
     // True while a print job holds the port.
     bool IsLockedForPrinting() const;
 
-    // --- its documents: port_documents.cpp; called by the entry functions, each inside a krelPortCall ---
+    // --- its documents: port_documents.cpp; each inside a krelPortCall ---
+
+    // gStartDocPort: ends the current document and makes a new one the port's.
 
     bool startDocPort(LPCWSTR pPrinterName, DWORD JobId, DWORD Level, const BYTE* pDocInfo);
-    bool writePort(const BYTE* pBuffer, DWORD cbBuf, DWORD* pcbWritten);
-    bool readPort(BYTE* pBuffer, DWORD cbBuffer, DWORD* pcbRead);
-    bool endDocPort();
-    bool getPrinterDataFromPort(DWORD ControlID, LPCWSTR pValueName, const void* lpInBuffer, DWORD cbInBuffer,
-                                void* lpOutBuffer, DWORD cbOutBuffer, DWORD* lpcbReturned);
 
     // The one way back to an idle port: ends the current document (see there), if there is one.
     void Cleanup();
@@ -64,15 +63,15 @@ private:
     std::shared_ptr<CDocument> Document() const;
     bool LockPortForPrinting(const std::shared_ptr<CDocument>& document);
     bool Adopt(std::shared_ptr<CDocument> document);
-    void RememberRestart(DWORD jobId) override;
-    bool IsSecondRun(DWORD jobId) override;
+    void RememberRestart(const CDocument& asking) override;
+    bool IsSecondRun(const CDocument& asking) override;
 
     // port_calls.cpp
     void CallBegins() override;
     void CallEnds() override;
     void WorkerBegins() override;
     void WorkerEnds() override;
-    krelPortSettings EnterCall();
+    void EnterCall(krelPortCall& call);
     void Destroy();
     bool IsDeleted() const;
     bool IsInUse() const;
@@ -87,7 +86,8 @@ private:
     bool destroyed THREAD_ANNOTATION(guarded_by(lock)) = false;  // the clean-up of the deletion has begun
 };
 
-// One call inside a port: keeps the port from being cleaned up under it. A null port is no call.
+// One call inside a port: keeps the port from being cleaned up under it, and has its settings and its current
+// document as they were at the entry. A null port is no call.
 class krelPortCall {
 public:
     explicit krelPortCall(krelIniPort* port);
@@ -95,10 +95,16 @@ public:
     krelPortCall(const krelPortCall&) = delete;
     krelPortCall& operator=(const krelPortCall&) = delete;
 
-    // As the call found them; empty without a port.
+    krelIniPort& Port() const { return *port; }
+    // The one that the call is for, however late it comes to work on it.
+    CDocument& Document() const { return *document; }
+    // Empty without a port.
     const krelPortSettings& Settings() const { return settings; }
 
 private:
+    friend class krelIniPort;
+
     krelIniPort* const port;
-    const krelPortSettings settings;
+    krelPortSettings settings{};
+    std::shared_ptr<CDocument> document;
 };

@@ -10,23 +10,26 @@ constexpr int kLooksPerWake = 20;
 
 }  // namespace
 
-krelPortCall::krelPortCall(krelIniPort* entered)
-    : port(entered), settings(entered ? entered->EnterCall() : krelPortSettings{})
+krelPortCall::krelPortCall(krelIniPort* entered) : port(entered)
 {
+    if (port)
+        port->EnterCall(*this);
 }
 
 krelPortCall::~krelPortCall()
 {
+    document.reset();  // it refers to the port
     if (port)
         port->CallEnds();
 }
 
-// Gives the settings, which each call needs at once: one look for both.
-krelPortSettings krelIniPort::EnterCall()
+// One look for all that a call needs.
+void krelIniPort::EnterCall(krelPortCall& call)
 {
     CLockScope held(lock);
     ++callsInside;
-    return settings;
+    call.settings = settings;
+    call.document = document;
 }
 
 void krelIniPort::CallBegins()

@@ -74,44 +74,25 @@ bool krelIniPort::Adopt(std::shared_ptr<CDocument> started)
     return true;
 }
 
-bool krelIniPort::writePort(const BYTE* pBuffer, DWORD cbBuf, DWORD* pcbWritten)
-{
-    return Document()->Write(pBuffer, cbBuf, pcbWritten);
-}
-
-bool krelIniPort::readPort(BYTE* pBuffer, DWORD cbBuffer, DWORD* pcbRead)
-{
-    return Document()->Read(pBuffer, cbBuffer, pcbRead);
-}
-
-bool krelIniPort::endDocPort()
-{
-    Document()->Finish();
-    return true;
-}
-
-bool krelIniPort::getPrinterDataFromPort(DWORD ControlID, LPCWSTR, const void* lpInBuffer, DWORD cbInBuffer,
-                                         void* lpOutBuffer, DWORD cbOutBuffer, DWORD* lpcbReturned)
-{
-    return Document()->Query(ControlID, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer, lpcbReturned);
-}
-
 void krelIniPort::Cleanup()
 {
     Document()->End();
 }
 
-void krelIniPort::RememberRestart(DWORD jobId)
+// A document that is no longer the port's changes nothing that the next one's job goes by.
+void krelIniPort::RememberRestart(const CDocument& asking)
 {
     CLockScope held(lock);
-    restartedJobId = jobId;
+    if (document.get() == &asking && asking.jobId != 0)
+        restartedJobId = asking.jobId;
 }
 
-bool krelIniPort::IsSecondRun(DWORD jobId)
+bool krelIniPort::IsSecondRun(const CDocument& asking)
 {
     CLockScope held(lock);
-    const bool isSecondRun = jobId != 0 && jobId == restartedJobId;
-    if (jobId != 0 && !isSecondRun)
+    if (document.get() != &asking || asking.jobId == 0)
+        return false;
+    if (asking.jobId != restartedJobId)
         restartedJobId = 0;
-    return isSecondRun;
+    return asking.jobId == restartedJobId;
 }

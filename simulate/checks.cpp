@@ -88,7 +88,8 @@ void Checks::CallEnded(const CallUnderWay& ended)
 // Where nothing may go wrong, everything goes well.
 void Checks::DocumentEnded(const Document& document)
 {
-    if (world.plan.mayFail || document.inChannelMode || world.isDisturbed || document.isOvertaken)
+    if (world.plan.mayFail || document.inChannelMode || world.isDisturbed || document.isOvertaken ||
+        document.isTalkedOver)
         return;
     Require(!document.wasRestarted, "a good job is printed again");
     Require(document.wasSent || document.wasDeleted, "a good job is not reported");

@@ -42,6 +42,7 @@ struct Document {
     // At the print server.
     std::size_t received = 0;
     bool isWhole = false;        // the data ended in order
+    bool isTalkedOver = false;   // it sent more after the end; its system drops the document for that
     bool saidFinal = false;      // 7, 8 or 9 has left
     bool saidCancelled = false;  // 9
 };

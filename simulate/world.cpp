@@ -28,6 +28,10 @@ World::World(Plan& drawn, std::uint64_t itsSeed, std::string* itsStory)
     registry.Set(TEXT("Ports"), TEXT("EventTypesToLog"), everything ? 0x3F : 0x1C);
     registry.Set(TEXT("Ports"), TEXT("LogToDebugOutput"), 1);
     registry.Set(TEXT("Ports"), TEXT("LogToFile"), plan.Sometimes(16) ? 1 : 0);
+    network.onLateBytes = [this](simulated::Endpoint& connection) {
+        if (connection.document != 0)
+            Find(connection.document)->isTalkedOver = true;
+    };
     network.onUse = [this](simulated::Endpoint& connection, simulated::Network::Use use) {
         checks.ConnectionUsed(connection, use);
     };

@@ -46,6 +46,7 @@ await_line() {
 serve() {
     local name=$1 listen=$2
     shift 2
+    rm -f "$folder/$name.out"  # a server before may have said that it listens
     "$farlink" printserver --listen "$listen" --out "$folder/$name" "$@" >"$folder/$name.out" 2>&1 &
     server=$!
     children+=("$server")

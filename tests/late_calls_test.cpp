@@ -181,3 +181,43 @@ TEST_F(LateCalls, AFirstWriteOrReadLetsAQueryGetItsAnswer)
     EXPECT_TRUE(log.Has("}krelPortMonitor::deletePortEntry"));
     ExpectNothingLeft();
 }
+
+// Its document ends while the spooler takes its time over the question what the job is like.
+TEST_F(LateCalls, AFailedCallRestartsNoChannelThatIsSentMeanwhile)
+{
+    server->FaultAt(Step::ParallelReadReply, Fault::Error(5), 1);
+    ASSERT_TRUE(StartChannel());
+    const ::Gate asked;
+    spooler.Before(Spooler::GetJob, [asked] { asked.Pass(); });
+    Beside([this] { return Read(10); });
+    ASSERT_TRUE(asked.AwaitArrival());
+    EXPECT_TRUE(End());
+    asked.Open();
+    EXPECT_EQ(0, Result());
+    EXPECT_EQ(Commands{JOB_CONTROL_SENT_TO_PRINTER}, spooler.TakeJobCommands(kJob));
+    ExpectNothingLeft();
+}
+
+// Which job the spooler was asked to restart is the current document's to say.
+TEST_F(LateCalls, ARestartOfTheJobBeforeIsNotTakenForOneOfTheNextJob)
+{
+    server->FaultAt(Step::ParallelReadReply, Fault::Error(5));
+    ASSERT_TRUE(StartJob());
+    const ::Gate asked;
+    spooler.Before(Spooler::GetJob, [asked, isFirst = std::make_shared<std::atomic<bool>>(true)] {
+        if (isFirst->exchange(false))
+            asked.Pass();
+    });
+    Beside([this] { return Read(10); });
+    ASSERT_TRUE(asked.AwaitArrival());
+    ASSERT_TRUE(StartJob(kNext));
+    EXPECT_FALSE(Read(10));
+    asked.Open();
+    EXPECT_EQ(0, Result());
+    EXPECT_EQ(Commands{JOB_CONTROL_RESTART}, spooler.TakeJobCommands(kNext));
+    ASSERT_TRUE(StartJob(kNext));
+    ASSERT_TRUE(Learns(Lpq(0, kFinished)));
+    EXPECT_TRUE(End());
+    EXPECT_EQ((Commands{JOB_CONTROL_SENT_TO_PRINTER, JOB_CONTROL_DELETE}), spooler.TakeJobCommands(kNext));
+    ExpectNothingLeft();
+}

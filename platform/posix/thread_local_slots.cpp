@@ -1,5 +1,6 @@
 #include <pthread.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 
@@ -24,26 +25,26 @@ void FreeSlots(void* slots)
     std::free(slots);
 }
 
-pthread_key_t KeyOfThreadsWithValues()
+// Has the end of this thread free its values. False when the process has no key left for that.
+bool FreeAtThreadEnd(SlotValue* slots)
 {
-    static const pthread_key_t key = [] {
-        pthread_key_t made = 0;
-        pthread_key_create(&made, &FreeSlots);
-        return made;
-    }();
-    return key;
+    static pthread_key_t key;
+    static const bool hasKey = pthread_key_create(&key, &FreeSlots) == 0;
+    return hasKey && pthread_setspecific(key, slots) == 0;
 }
 
 bool MakeRoom(DWORD count)
 {
-    auto* const slots = static_cast<SlotValue*>(std::realloc(threadWords.slots, count * sizeof(SlotValue)));
-    if (slots == nullptr)
+    auto* const slots = static_cast<SlotValue*>(std::calloc(count, sizeof(SlotValue)));
+    if (slots == nullptr || !FreeAtThreadEnd(slots)) {
+        std::free(slots);
         return false;
-    for (DWORD slot = threadWords.slotCount; slot < count; ++slot)
-        slots[slot] = {nullptr, 0};
+    }
+    std::copy_n(threadWords.slots, threadWords.slotCount, slots);
+    std::free(threadWords.slots);
     threadWords.slots = slots;
     threadWords.slotCount = count;
-    return pthread_setspecific(KeyOfThreadsWithValues(), slots) == 0;
+    return true;
 }
 
 bool IsAllocated(DWORD slot)

@@ -161,6 +161,8 @@ void Endpoint::Arrive(const std::string& bytes)
     if (error != 0)
         return;
     if (isClosed || isShutDown) {  // nobody will read them: the peer has to know
+        if (!isServer)
+            Network::Current().onLateBytes(*this);
         Reset();
         return;
     }

@@ -135,6 +135,8 @@ public:
     std::map<std::string, Name> names;
     // Told of each call that a thread of the process makes on a connection.
     std::function<void(Endpoint&, Use)> onUse = [](Endpoint&, Use) {};
+    // Bytes have come to one that the process has ended.
+    std::function<void(Endpoint&)> onLateBytes = [](Endpoint&) {};
 
 private:
     static Network* current;

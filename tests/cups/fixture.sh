@@ -139,9 +139,10 @@ no_backend() { ! pgrep -P "$cupsd" >/dev/null; }
 
 # start_server NAME [OPTIONS...]: again on the port that the name had before.
 start_server() {
+    rm -f "$folder/$1.out"  # the server before has said that it listens
     "$farlink" printserver --listen "${ports[$1]:-0}" --out "$folder/$1.cards" "${@:2}" >"$folder/$1.out" 2>&1 &
     servers[$1]=$!
-    await grep -q '^Listening' "$folder/$1.out"
+    await server_says "$1" '^Listening'
     ports[$1]=$(sed -nE 's/^Listening.* port ([0-9]+) .*/\1/p' "$folder/$1.out")
 }
 kill_server() {
@@ -149,7 +150,7 @@ kill_server() {
     wait "${servers[$1]}" 2>/dev/null || true
     unset "servers[$1]"
 }
-server_says() { grep -q "$2" "$folder/$1.out"; }
+server_says() { grep -qs "$2" "$folder/$1.out"; }
 
 make_document() { head -c "$2" /dev/urandom >"$1"; }
 # How often the document came out whole, at whatever print server.
