@@ -56,6 +56,7 @@ serve() {
 
 # start_print NAME FILE : prints in the background, its lines in NAME.out; sets $printing.
 start_print() {
+    rm -f "$folder/$1.out"  # nothing of an earlier one is waited for
     "$farlink" print --to desk "$2" >"$folder/$1.out" 2>"$folder/$1.err" &
     printing=$!
     children+=("$printing")
