@@ -59,6 +59,14 @@ cups_backend_t StatusOfUnreadable(const spooler::SpoolerError& error, const Requ
     return error.word == ERROR_INVALID_PARAMETER ? CUPS_BACKEND_CANCEL : CUPS_BACKEND_FAILED;
 }
 
+// An earlier run came to its end while this one waited for it. On standard input documents of one job can't
+// be told apart, so that under the same cupsd it may have been another one.
+bool WasPrintedMeanwhile(const Job& job, const JobMark& mark)
+{
+    return mark.Found() == JobMark::State::Through && mark.HadToWait() &&
+           (!job.file.empty() || !mark.IsOfThisLife());
+}
+
 // cupsd begins a job of several documents with the first one whenever it runs it again.
 bool IsPrintedPartOfUnfinishedJob(const Job& job)
 {
@@ -70,8 +78,9 @@ const char* WhyHeld(JobMark::State found)
 {
     if (found == JobMark::State::InDoubt)
         return "an earlier run of this job was cut off when all bytes were out";
-    return found == JobMark::State::Held ? "this job was held when cupsd was started again"
-                                         : "this job was through when cupsd was started again";
+    return found == JobMark::State::Held
+               ? "this job was held when cupsd was started again"
+               : "an earlier run of this job, or of its document before, is through";
 }
 
 // An earlier run's card may be out: somebody has to look.
@@ -97,7 +106,7 @@ cups_backend_t Conclude(const spooler::Result& result, JobMark& mark, const Requ
             mark.Note(JobMark::State::Through);
             return CUPS_BACKEND_CANCEL;
         case Outcome::CancelledHere:
-            Error(result.written > 0 ? text + "; part of a card may be printed" : text);
+            Error(result.bytesWereOut ? text + "; part of a card may be printed" : text);
             return StatusOfStop(requests);
         case Outcome::DocumentFailed:
             Error(why);
@@ -123,6 +132,7 @@ cups_backend_t PrintCopies(const Job& job, const DeviceUri& uri, JobMark& mark, 
                             : "copy " + std::to_string(copy) + " of " + std::to_string(job.copies) + ": ";
         ProgressLines lines(uri, prefix, mark, requests);
         const spooler::Result result = spooler::PrintDocument(order, *document, lines, requests.Stop());
+        lines.RethrowMarkFailure();
         if (result.outcome != Outcome::Sent)
             return Conclude(result, mark, requests);
         mark.NotePrinted(copy == job.copies);
@@ -139,12 +149,14 @@ cups_backend_t RunJob(const Job& job, const DeviceUri& uri, const std::string& l
         return CUPS_BACKEND_OK;
     try {
         JobMark mark(job.markFolder, job.id, life, requests.Stop());
-        if (mark.Found() == JobMark::State::Through && mark.HadToWait())
+        if (WasPrintedMeanwhile(job, mark))
             return CUPS_BACKEND_OK;
         if (mark.Found() != JobMark::State::Clear)
             return HoldForEarlierRun(mark);
         return PrintCopies(job, uri, mark, requests);
     } catch (const spooler::SpoolerError& error) {
+        if (error.word == ERROR_PRINT_CANCELLED)
+            return StatusOfStop(requests);
         Error(error.text);
         return CUPS_BACKEND_STOP;
     }

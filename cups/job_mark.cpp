@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "cups/status_lines.h"
+#include "spooler/spooler_error.h"
 
 namespace farlink_cups {
 
@@ -133,7 +134,7 @@ void JobMark::Lock(std::stop_token stop)
             if (errno != EWOULDBLOCK && errno != EINTR)
                 Fail(path, errno);
             if (stop.stop_requested())
-                throw std::runtime_error("stopped while an earlier run of the job was still ending");
+                throw spooler::SpoolerError{ERROR_PRINT_CANCELLED, "stopped while an earlier run was ending"};
             if (!std::exchange(hadToWait, true))
                 Info("Waiting until an earlier run of this job has ended");
             std::this_thread::sleep_for(kLockPause);
@@ -146,7 +147,8 @@ void JobMark::Interpret()
     const Line line = LastLine(path).value_or(Line{});
     state = found = line.state;
     copies = line.copies;
-    const bool isAsked = !hadToWait && !life.empty() && line.life == life;
+    isOfThisLife = line.life == life;
+    const bool isAsked = !hadToWait && !life.empty() && isOfThisLife;
     if (isAsked && found != State::InDoubt)
         found = State::Clear;
     if (line.state == State::Through)

@@ -17,9 +17,9 @@ public:
     };
 
     // Opens the mark of `job` in `folder`, which is made if need be, and locks it: while an earlier run of
-    // the job is still ending, that is waited for. `life` is the Life() of
-    // the cupsd above us. Throws std::runtime_error with
-    // a sentence for people when the mark can't be had, or a stop comes while it waits.
+    // the job is still ending, that is waited for. `life` is the Life() of the cupsd above us. Throws
+    // std::runtime_error with a sentence for people when the mark can't be had, and spooler::SpoolerError
+    // with ERROR_PRINT_CANCELLED when a stop comes while it waits.
     JobMark(const std::string& folder, const std::string& job, std::string life, std::stop_token stop);
     // Takes the mark away unless it says something.
     ~JobMark();
@@ -33,6 +33,8 @@ public:
     unsigned CopiesPrinted() const { return copies; }
     // Whether that run was still at work when this one began.
     bool HadToWait() const { return hadToWait; }
+    // Whether the same cupsd had ordered it.
+    bool IsOfThisLife() const { return isOfThisLife; }
 
     // Each is on the disk when it returns, or throws std::runtime_error with a sentence for people.
     void Note(State state);
@@ -55,6 +57,7 @@ private:
     State found = State::Clear;
     unsigned copies = 0;
     bool hadToWait = false;
+    bool isOfThisLife = false;
 };
 
 }  // namespace farlink_cups

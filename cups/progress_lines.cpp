@@ -119,8 +119,19 @@ void ProgressLines::OnAttemptFailed(const spooler::Result& result, std::chrono::
 
 void ProgressLines::OnBeforeLastByte()
 {
-    mark.Note(JobMark::State::InDoubt);
+    try {
+        mark.Note(JobMark::State::InDoubt);
+    } catch (...) {
+        markFailure = std::current_exception();
+        throw;
+    }
     lastByteIsOut = true;
+}
+
+void ProgressLines::RethrowMarkFailure() const
+{
+    if (markFailure)
+        std::rethrow_exception(markFailure);
 }
 
 void ProgressLines::OnReadBack(std::span<const BYTE> bytes)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -26,6 +27,9 @@ public:
     void OnBeforeLastByte() override;
     void OnReadBack(std::span<const BYTE> bytes) override;
 
+    // When the mark couldn't be written no last byte went out; then this throws what the mark threw.
+    void RethrowMarkFailure() const;
+
 private:
     std::string TextOf(const spooler::Progress& now) const;
     void Show(spooler::Phase now);
@@ -39,6 +43,7 @@ private:
     std::chrono::steady_clock::time_point shownAt;
     std::string_view reason;  // the state reason that stands
     bool lastByteIsOut = false;
+    std::exception_ptr markFailure;
 };
 
 // "cause; remedy", as far as they are known.

@@ -208,25 +208,45 @@ ListenerPair ListenOnPair(const std::string& address, std::uint16_t port)
     }
 }
 
-std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait)
+namespace {
+
+// Gives the socket's error once it is settled; nothing when it isn't within the wait.
+std::optional<int> AwaitConnect(SocketHandle socket, Milliseconds wait)
 {
-    const AddressList found = Resolve(address, port, AF_INET);
-    if (!found)
-        return std::nullopt;
-    const SocketHandle socket = system_sockets::New(*found);
-    if (socket == kNoSocket)
-        return std::nullopt;
-    TcpConnection connection(socket);
-    if (connect(Native(socket), found->ai_addr, static_cast<socklen_t>(found->ai_addrlen)) == 0)
-        return connection;
-    if (!system_sockets::WouldBlock() || !system_sockets::WaitFor(socket, Until::Writable, wait))
+    if (!system_sockets::WaitFor(socket, Until::Writable, wait))
         return std::nullopt;
     int error = 0;
     socklen_t size = sizeof error;
-    if (getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0 ||
-        error != 0)
+    if (getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size) != 0)
+        return -1;
+    return error;
+}
+
+}  // namespace
+
+std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait,
+                                       NoConnection* why)
+{
+    const auto fail = [why](NoConnection reason) {
+        if (why != nullptr)
+            *why = reason;
         return std::nullopt;
-    return connection;
+    };
+    const AddressList found = Resolve(address, port, AF_INET);
+    if (!found)
+        return fail(NoConnection::UnknownName);
+    const SocketHandle socket = system_sockets::New(*found);
+    if (socket == kNoSocket)
+        return fail(NoConnection::Refused);
+    TcpConnection connection(socket);
+    if (connect(Native(socket), found->ai_addr, static_cast<socklen_t>(found->ai_addrlen)) == 0)
+        return connection;
+    if (!system_sockets::WouldBlock())
+        return fail(NoConnection::Refused);
+    const std::optional<int> error = AwaitConnect(socket, wait);
+    if (error == 0)
+        return connection;
+    return fail(error ? NoConnection::Refused : NoConnection::Silence);
 }
 
 }  // namespace printserver

@@ -93,8 +93,11 @@ struct ListenerPair {
 // With port 0 it looks for a free pair. Throws ListenError.
 ListenerPair ListenOnPair(const std::string& address, std::uint16_t port);
 
+enum class NoConnection { UnknownName, Refused, Silence };
+
 // To the name's first IPv4 address. Nothing when the connection was refused or not established within the
-// wait.
-std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait);
+// wait; `why` tells which.
+std::optional<TcpConnection> ConnectTo(const std::string& address, std::uint16_t port, Milliseconds wait,
+                                       NoConnection* why = nullptr);
 
 }  // namespace printserver

@@ -87,6 +87,7 @@ private:
         result.outcome = ending.outcome;
         result.reason = std::move(ending.reason);
         result.written = attempt.Written();
+        result.bytesWereOut = result.bytesWereOut || result.written != 0;
         const Follow follow = RuleFor(result.outcome).follow;
         if (follow != Follow::TryAgain && follow != Follow::SendAgain)
             return std::nullopt;

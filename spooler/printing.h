@@ -47,6 +47,7 @@ struct Result {
     Outcome outcome = Outcome::NotConnected;
     Reason reason;              // empty for Sent, CancelledHere and CancelledAtServer
     std::uint64_t written = 0;  // of the last attempt
+    bool bytesWereOut = false;  // of any attempt
     unsigned attempts = 0;
 };
 

@@ -289,7 +289,7 @@ test_questions() {
     expect 1 query --to desk 7
     complains 'nothing listens.*(WSAECONNREFUSED, 10061)$'
     expect 1 status desk
-    says '^reachable  *no: ' && says '^failures .*  Failed to connect\.$'
+    says '^reachable  *no: nothing listens on ' && says '^failures .*  Failed to connect\.$'
     expect 1 status
     says '^desk  *no'
 }

@@ -48,7 +48,7 @@ LogLook LookIntoLog(const std::string& tag)
 struct Health {
     PortEntry port;
     Reach reach;
-    std::vector<WaitingJob> jobs;
+    std::optional<std::vector<WaitingJob>> jobs;
     LogLook log;
 };
 
@@ -93,12 +93,17 @@ void AddRows(std::vector<std::vector<std::string>>& rows, const std::string& hea
         rows.push_back({&line == &lines.front() ? heading : "", line});
 }
 
+std::vector<std::string> LinesOf(const std::vector<WaitingJob>& jobs)
+{
+    std::vector<std::string> lines;
+    for (const WaitingJob& job : jobs)
+        lines.push_back(std::to_string(job.id) + " " + job.state +
+                        (job.reason.empty() ? "" : ": " + job.reason));
+    return lines;
+}
+
 void Show(const Health& health)
 {
-    std::vector<std::string> jobs;
-    for (const WaitingJob& job : health.jobs)
-        jobs.push_back(std::to_string(job.id) + " " + job.state +
-                       (job.reason.empty() ? "" : ": " + job.reason));
     std::vector<std::string> failures;
     for (const LogFindings::Word& failure : health.log.found.failures)
         failures.push_back(failure.time + "  " + failure.text);
@@ -112,7 +117,8 @@ void Show(const Health& health)
         {"reachable", WordOf(health.reach) + ": " + health.reach.text},
         {"protocol", TextOf(health.log.found.version, health.log)},
         {"printer", TextOf(health.log.found.lastNote, health.log)}};
-    AddRows(rows, "jobs", jobs, "none waits");
+    if (health.jobs)
+        AddRows(rows, "jobs", LinesOf(*health.jobs), "none waits");
     AddRows(rows, "failures", failures, health.log.exists ? "none in the log" : Unknown(health.log));
     PrintTable(rows);
 }
@@ -133,9 +139,12 @@ Json JsonOf(const PortEntry& port, const Reach& reach)
 
 void ShowJson(const Health& health)
 {
-    Json jobs = Json::array();
-    for (const WaitingJob& job : health.jobs)
-        jobs.push_back({{"job", job.id}, {"state", job.state}, {"reason", job.reason}});
+    Json jobs;  // null: not known
+    if (health.jobs) {
+        jobs = Json::array();
+        for (const WaitingJob& job : *health.jobs)
+            jobs.push_back({{"job", job.id}, {"state", job.state}, {"reason", job.reason}});
+    }
     Json failures = Json::array();
     for (const LogFindings::Word& failure : health.log.found.failures)
         failures.push_back(JsonOf(failure));

@@ -16,8 +16,9 @@ struct WaitingJob {
     std::string reason;
 };
 
-// What is neither sent nor deleted, of all the port's printers.
-std::vector<WaitingJob> WaitingJobsOn(const WideString& port);
+// What is neither sent nor deleted, of all the port's printers. Nothing where the queues belong to others,
+// who aren't asked.
+std::optional<std::vector<WaitingJob>> WaitingJobsOn(const WideString& port);
 
 // The port of the printer of this name, where the spooler has printers of its own.
 std::optional<WideString> PortOfPrinter(const WideString& name);

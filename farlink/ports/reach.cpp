@@ -8,6 +8,8 @@
 
 namespace farlink {
 
+using printserver::NoConnection;
+
 namespace {
 
 constexpr printserver::Milliseconds kConnectWait{5000};
@@ -19,9 +21,20 @@ Reach TryPort(const PortSettings& port)
 {
     const auto number = static_cast<std::uint16_t>(port.number + 2);
     const std::string server = ToUtf8(port.server);
-    const bool answers = printserver::ConnectTo(server, number, kConnectWait).has_value();
-    return {answers, server + ", TCP port " + std::to_string(number) +
-                         (answers ? " takes connections from here" : " takes no connection from here")};
+    const std::string place = server + ", TCP port " + std::to_string(number);
+    NoConnection why{};
+    if (printserver::ConnectTo(server, number, kConnectWait, &why))
+        return {true, place + " takes connections from here"};
+    switch (why) {
+        case NoConnection::UnknownName:
+            return {false, "nothing is known by the name '" + server + "'"};
+        case NoConnection::Silence:
+            return {false, "nothing answers at " + place +
+                               "; is it switched on? A firewall that drops connections looks so too"};
+        case NoConnection::Refused:
+            break;
+    }
+    return {false, "nothing listens on " + place + ", or there is no way to it from here"};
 }
 
 std::vector<Reach> TryPorts(const std::vector<PortEntry>& ports)

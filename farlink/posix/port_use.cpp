@@ -3,9 +3,9 @@
 namespace farlink {
 
 // Documents wait in the processes that print them, and in CUPS.
-std::vector<WaitingJob> WaitingJobsOn(const WideString&)
+std::optional<std::vector<WaitingJob>> WaitingJobsOn(const WideString&)
 {
-    return {};
+    return std::nullopt;
 }
 
 std::optional<WideString> PortOfPrinter(const WideString&)

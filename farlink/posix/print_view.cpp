@@ -206,11 +206,11 @@ std::unique_ptr<PrintView> MakePrintView(bool json, bool verbose)
 
 std::string SentenceOf(const Result& result)
 {
-    const bool bytesAreOut = result.written != 0;
     if (result.outcome == Outcome::Sent)
         return "sent";
     if (result.outcome == Outcome::CancelledHere)
-        return bytesAreOut ? "cancelled; part of a card may be printed" : "cancelled; nothing of it is out";
+        return result.bytesWereOut ? "cancelled; part of a card may be printed"
+                                   : "cancelled; nothing of it is out";
     std::string sentence = spooler::RuleFor(result.outcome).text;
     if (!result.reason.cause.empty())
         sentence += ": " + result.reason.cause;

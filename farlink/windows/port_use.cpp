@@ -34,7 +34,7 @@ std::vector<PrinterEntry> PrintersOn(const WideString& port)
 
 }  // namespace
 
-std::vector<WaitingJob> WaitingJobsOn(const WideString& port)
+std::optional<std::vector<WaitingJob>> WaitingJobsOn(const WideString& port)
 {
     std::vector<WaitingJob> waiting;
     for (const PrinterEntry& printer : PrintersOn(port)) {

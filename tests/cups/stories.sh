@@ -94,7 +94,7 @@ left_marks=(
 )
 
 story_marks() {
-    local i status
+    local i status second third
     start_server a
     make_cups
     export DEVICE_URI=farlink://127.0.0.1:${ports[a]} CUPS_CACHEDIR=$folder
@@ -116,16 +116,43 @@ story_marks() {
     for run in first second; do
         DEVICE_URI=farlink://127.0.0.1:${ports[b]} "$backend" 1 anna title 1 job-uuid=urn:uuid:twice "$document" \
             2>"$folder/$run.out" &
+        second=$!
         await has_copies 1 "$document"
     done
     await grep -q 'an earlier run' "$folder/second.out"
-    wait $! || fail "the second run failed"
+    status=0
+    DEVICE_URI=farlink://127.0.0.1:${ports[b]} "$backend" 1 anna title 1 job-uuid=urn:uuid:twice "$document" \
+        2>"$folder/third.out" &
+    await grep -qs 'an earlier run' "$folder/third.out"
+    third=$!
+    (kill -TERM "$third")  # by another process than the one that stands for cupsd here
+    wait "$third" || status=$?
+    [[ $status -eq 6 ]] || fail "a run that was stopped while it waited ends with $status"
+    wait "$second" || fail "the second run failed"
     expect_copies 1 "$document"
+
+    # On standard input it may be the job's next document, so a person decides.
+    make_document "$document" 1000
+    status=0
+    for run in first second; do
+        DEVICE_URI=farlink://127.0.0.1:${ports[b]} "$backend" 1 anna title 1 job-uuid=urn:uuid:input \
+            <"$document" 2>"$folder/$run.out" &
+        await has_copies 1 "$document"
+    done
+    wait $! || status=$?
+    [[ $status -eq 3 ]] || fail "the second run ends with $status"
 
     # Without its mark nothing is printed.
     status=0
     CUPS_CACHEDIR=$folder/nowhere "$backend" 1 anna title 1 job-uuid=urn:uuid:1 "$document" 2>"$folder/mark.out" || status=$?
     [[ $status -eq 4 ]] && grep -q "nowhere/farlink/1'" "$folder/mark.out" || fail "it prints without its mark"
+    status=0
+    make_document "$document" 1000
+    (trap '' XFSZ && ulimit -f 0 && exec "$backend" 1 anna title 1 job-uuid=urn:uuid:full "$document") \
+        2> >(cat >"$folder/full.out") || status=$?
+    [[ $status -eq 4 ]] || fail "when its mark can't be written it ends with $status"
+    await grep -q "ERROR: .*farlink/full'.* can't be written" "$folder/full.out"
+    expect_copies 0 "$document"
 }
 
 # In each phase at once: what is blocked comes back, and only what was all out can be a card.
