@@ -115,7 +115,7 @@ private:
     bool StoreFirstRecord(const CCommandChannelMessage& message, CFunctionTrace& trace);
     bool TakeAsyncMessages(CCommandChannelMessage* reply, CFunctionTrace& trace);
     bool NextMessage(CCommandChannelMessage& message, bool blocking);
-    void StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace);
+    bool StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace);
     DWORD KeepAliveId() const;
 
     // Whether the reply belongs to the request, and is without an error; `complaint` begins the failure text

@@ -110,7 +110,7 @@ bool CCommandChannel::ProcessAsyncMessages(CCommandChannelMessage* reply)
 bool CCommandChannel::TakeAsyncMessages(CCommandChannelMessage* reply, CFunctionTrace& trace)
 {
     const bool blocking = reply != nullptr;
-    const DWORD begun = GetTickCount();
+    DWORD begun = GetTickCount();
     while (IsConnected()) {
         CCommandChannelMessage message;
         if (!NextMessage(message, blocking)) {
@@ -129,8 +129,8 @@ bool CCommandChannel::TakeAsyncMessages(CCommandChannelMessage* reply, CFunction
         if (isKeepAlive) {
             trace.Log(krelpmEventInfo, "Received a keep-alive.");
             lastKeepAliveReceived = GetTickCount();
-        } else {
-            StoreNotification(message, trace);
+        } else if (StoreNotification(message, trace)) {
+            begun = GetTickCount();  // the pass isn't over: a keep-alive may have come meanwhile
         }
         if (!blocking && GetTickCount() - begun >= kLongestPassMs) {
             passCutShort = true;
@@ -147,18 +147,21 @@ bool CCommandChannel::NextMessage(CCommandChannelMessage& message, bool blocking
     return BytesAvailable() >= static_cast<LONG>(CCommandChannelMessage::kHeaderSize) && message.Peek(*this);
 }
 
-void CCommandChannel::StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace)
+// True when it had the spooler delete the job, which may take any time.
+bool CCommandChannel::StoreNotification(const CCommandChannelMessage& message, CFunctionTrace& trace)
 {
     CLockScope state(stateLock);
     if (!lpqInfo.Decode(message.data.get(), message.length)) {
         trace.Log(krelpmEventWarning, "Ignoring an LPQInfo notification of %i bytes.", message.length);
-        return;
+        return false;
     }
     trace.Log(krelpmEventInfo, "Received asynchronous LPQInfo notification: %s.", lpqInfo.ToString().text);
     if (lpqInfo.boundJobState != kCancelledAtServer)
-        return;
-    if (const std::shared_ptr<CChannelOwner> document = owner.lock()) {
-        const CThreadMark cancelling(cancellingThread);
-        document->CancelCurrentPrintJob();
-    }
+        return false;
+    const std::shared_ptr<CChannelOwner> document = owner.lock();
+    if (!document)
+        return false;
+    const CThreadMark cancelling(cancellingThread);
+    document->CancelCurrentPrintJob();
+    return true;
 }

@@ -391,6 +391,25 @@ TEST_F(Overlap, NotificationsWithoutEndDoNotHoldTheLinkUp)
     }
 }
 
+// What came meanwhile is read before the silence is judged.
+TEST_F(Overlap, ASpoolerThatTakesItsTimeOverADeletionCostsNoLink)
+{
+    ASSERT_TRUE(StartJob());
+    const ::Gate asked;
+    spooler.Before(Spooler::SetJob, [asked] { asked.Pass(); });
+    ASSERT_TRUE(server->Notify(Lpq(0, kCancelled)));
+    ASSERT_TRUE(asked.AwaitArrival());
+    ASSERT_TRUE(server->Push(Channel::Command, KeepAlive()));
+    log.Clear();
+    test_switches::SetTickCount(GetTickCount() + (kPatientTimeout + 1) * 1000);
+    asked.Open();
+    EXPECT_TRUE(log.WaitFor("Received a keep-alive."));
+    EXPECT_TRUE(Query(5));
+    EXPECT_FALSE(log.Has("Failed to receive keep-alives => disconnecting."));
+    spooler.Before(Spooler::SetJob, nullptr);
+    EXPECT_TRUE(End());
+}
+
 // The reader stands in its exchange, takes the cancellation, and the spooler comes back with a query.
 TEST_F(Overlap, ARequestFromInsideACancellationFailsAtOnce)
 {
