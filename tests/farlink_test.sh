@@ -278,6 +278,8 @@ test_questions() {
     start_print asked_meanwhile "$folder/short.prn"
     await_line "waiting in the print server's queue" "$folder/asked_meanwhile.out"
     expect 0 query --to desk 7
+    expect 1 print --json --to 127.0.0.1:1 --retry-for 0 "$folder/short.prn"
+    complains 'another process writes the log file'
     expect 0 status desk --json
     is_json whole
     says '"reachable": "yes"' && says '"text": "1.10"' && says '"text": "queue position = 30000,'
@@ -285,6 +287,8 @@ test_questions() {
     says '^desk  *yes'
     kill -KILL "$printing"
     ends_with 137
+    expect 1 print --json --to 127.0.0.1:1 --retry-for 0 "$folder/short.prn"
+    grep -q 'another process' "$folder/last.err" && fail "the log is nobody's"
     expect 0 port set desk --port 1
     expect 1 query --to desk 7
     complains 'nothing listens.*(WSAECONNREFUSED, 10061)$'

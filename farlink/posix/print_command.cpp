@@ -4,7 +4,9 @@
 #include <optional>
 
 #include "farlink/commands.h"
+#include "farlink/log/log_path.h"
 #include "farlink/posix/destination.h"
+#include "farlink/posix/log_holder.h"
 #include "farlink/posix/print_view.h"
 #include "farlink/posix/retry_time.h"
 #include "farlink/posix/signal_watch.h"
@@ -97,6 +99,7 @@ public:
     // leaves something undone.
     ExitStatus Print()
     {
+        TellOfLog();
         ExitStatus worst = ExitStatus::Done;
         for (const std::string& file : options.files) {
             if (stop.stop_requested())
@@ -107,6 +110,17 @@ public:
     }
 
 private:
+    // Before the port monitor of this process tries for the log itself.
+    void TellOfLog() const
+    {
+        if (!destination.Log().toFile)
+            return;
+        const std::string path = LogPath(FindMonitor());
+        if (LogIsHeld(path))
+            Complain("another process writes the log file '" + path +
+                     "'; it will hold nothing of these documents");
+    }
+
     ExitStatus PrintFile(const std::string& file)
     {
         ExitStatus worst = ExitStatus::Done;
