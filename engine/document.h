@@ -86,7 +86,8 @@ public:
     void Finish();
 
     // The one way out: ends the worker (waiting at most 10 s for it), drops both channels and gives the
-    // printer back. Any thread, any number of times; holds no lock while waiting.
+    // printer back. Any thread, any number of times. The only lock that may be held meanwhile is setupLock,
+    // by a set-up; no worker waits for that one.
     void End();
 
     // Ends what blocks the calls inside, and lets them make no connection any more; for them the channels
